@@ -1,0 +1,117 @@
+// The one lock of the bus: re-entrant, process-wide, with an owner and a hold count. Every exported
+// function that touches shared state holds it across its body; code that calls out of the bus (a
+// provider, a connection) releases it completely through BusRelease and looks everything up again
+// afterwards. Static analysis cannot follow a re-entrant lock, so code that needs it says "Under
+// FAST_LOCK" and calls AssertBusLocked().
+#pragma once
+
+#include <atomic>
+#include <cassert>
+
+#include "support/common/sync.h"
+#include "zn/types.h"
+
+namespace zn {
+
+inline constexpr u32 kNoThread = 0xFFFFFFFFu;
+
+// The calling thread's number, never kNoThread.
+[[nodiscard]] u32 CurrentThreadId() noexcept;
+
+// A re-entrant lock with owner and count. The two instances of the process are the bus lock and the
+// advisory lock of DbLockDatabase.
+class RecursiveLock {
+ public:
+  constexpr RecursiveLock() = default;
+  RecursiveLock(const RecursiveLock&) = delete;
+  RecursiveLock& operator=(const RecursiveLock&) = delete;
+
+  void Lock() noexcept {
+    const u32 self = CurrentThreadId();
+    if (owner_.load(std::memory_order_relaxed) == self) {
+      ++count_;
+      return;
+    }
+    mutex_.lock();
+    owner_.store(self, std::memory_order_relaxed);
+    count_ = 1;
+  }
+
+  // By a thread that does not hold the lock: waits for it and does nothing.
+  void Unlock() noexcept {
+    if (owner_.load(std::memory_order_relaxed) != CurrentThreadId()) {
+      mutex_.lock();
+      mutex_.unlock();
+      return;
+    }
+    if (--count_ > 0) return;
+    owner_.store(kNoThread, std::memory_order_relaxed);
+    mutex_.unlock();
+  }
+
+  [[nodiscard]] bool HeldByThisThread() const noexcept {
+    return owner_.load(std::memory_order_relaxed) == CurrentThreadId();
+  }
+  // Holds of the calling thread; 0 when another thread or none has the lock.
+  [[nodiscard]] u32 HoldCount() const noexcept { return HeldByThisThread() ? count_ : 0; }
+  [[nodiscard]] u32 Owner() const noexcept { return owner_.load(std::memory_order_relaxed); }
+
+  // Gives all holds of the calling thread back and returns how many there were.
+  [[nodiscard]] u32 ReleaseAll() noexcept {
+    const u32 depth = HoldCount();
+    if (depth == 0) return 0;
+    count_ = 0;
+    owner_.store(kNoThread, std::memory_order_relaxed);
+    mutex_.unlock();
+    return depth;
+  }
+  void Reacquire(u32 depth) noexcept {
+    if (depth == 0) return;
+    Lock();
+    count_ += depth - 1;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::atomic<u32> owner_{kNoThread};
+  u32 count_ = 0;  // touched by the owner only
+};
+
+// The bus lock itself. A function-local static would cost a guard on every call.
+extern RecursiveLock fastLock;
+// The advisory lock behind DbLockDatabase.
+extern RecursiveLock databaseLock;
+
+inline void FAST_LOCK() noexcept {
+  fastLock.Lock();
+}
+inline void FAST_UNLOCK() noexcept {
+  fastLock.Unlock();
+}
+inline void AssertBusLocked() noexcept {
+  assert(fastLock.HeldByThisThread());
+}
+
+// Holds the bus lock for a scope.
+class BusLock {
+ public:
+  BusLock() noexcept { FAST_LOCK(); }
+  ~BusLock() { FAST_UNLOCK(); }
+  BusLock(const BusLock&) = delete;
+  BusLock& operator=(const BusLock&) = delete;
+};
+
+// Gives the bus lock back completely for a scope and takes it again to the same depth: the bracket
+// around every call into a provider or a connection. Pointers into a database are dead after it.
+class BusRelease {
+ public:
+  BusRelease() noexcept : depth_(fastLock.ReleaseAll()) {}
+  ~BusRelease() { fastLock.Reacquire(depth_); }
+  BusRelease(const BusRelease&) = delete;
+  BusRelease& operator=(const BusRelease&) = delete;
+
+ private:
+  u32 depth_;
+};
+
+}  // namespace zn

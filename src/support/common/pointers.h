@@ -1,0 +1,31 @@
+// Tests of caller's pointers. This host has no probe for memory, so null, the first page and
+// all-ones are bad and everything else is taken as good. A string is also bad when no terminator
+// stands within its limit.
+#pragma once
+
+#include <cstdint>
+
+#include "zn/types.h"
+
+namespace zn {
+
+[[nodiscard]] inline bool IsGoodPointer(const void* p) noexcept {
+  constexpr std::uintptr_t kFirstPage = 4096;
+  const auto address = reinterpret_cast<std::uintptr_t>(p);
+  return address >= kFirstPage && address != UINTPTR_MAX;
+}
+
+// True when a terminator stands within the first `limit` units after at most `limit` characters.
+template <typename Unit>
+[[nodiscard]] inline bool IsGoodString(const Unit* text, size_t limit) noexcept {
+  if (!IsGoodPointer(text)) return false;
+  for (size_t i = 0; i <= limit; ++i) {
+    if (text[i] == 0) return true;
+  }
+  return false;
+}
+
+inline constexpr size_t kMaxNameLength = 0x1000;  // property and provider names
+inline constexpr size_t kMaxTypeLength = 0x2000;  // type names, queries, topics
+
+}  // namespace zn
