@@ -56,15 +56,15 @@ typedef char16_t ZnWChar;
 typedef struct ZnHandleRecord* ZnHandle;
 
 /* Kinds of handle (the tag word). */
-#define HANDLE_PROPITER ((u32)1)           /* iterator over a property set */
-#define HANDLE_PROPSET ((u32)2)            /* property set */
-#define HANDLE_DATABASE ((u32)3)           /* database; lives as long as the database */
-#define HANDLE_PROVIDER ((u32)4)           /* provider; lives as long as the provider */
-#define HANDLE_EVENT ((u32)5)              /* wait event */
-#define HANDLE_THREAD ((u32)7)             /* thread */
-#define HANDLE_SYSOBJECT ((u32)8)          /* named system object */
-#define HANDLE_EVENT_REGISTRATION ((u32)9) /* event registration */
-#define HANDLE_CLIENT ((u32)0x200000)      /* client session */
+#define HANDLE_PROPITER 1u           /* iterator over a property set */
+#define HANDLE_PROPSET 2u            /* property set */
+#define HANDLE_DATABASE 3u           /* database; lives as long as the database */
+#define HANDLE_PROVIDER 4u           /* provider; lives as long as the provider */
+#define HANDLE_EVENT 5u              /* wait event */
+#define HANDLE_THREAD 7u             /* thread */
+#define HANDLE_SYSOBJECT 8u          /* named system object */
+#define HANDLE_EVENT_REGISTRATION 9u /* event registration */
+#define HANDLE_CLIENT 0x200000u      /* client session */
 
 typedef struct GUID {
   u32 Data1;
@@ -77,44 +77,44 @@ typedef struct GUID {
 typedef GUID ObjectId;
 
 /* Type tags of values. Bit 31 makes the array of a type. */
-#define ZN_TYPE_BOOLEAN ((u32)1)
-#define ZN_TYPE_INT32 ((u32)2)
-#define ZN_TYPE_UINT32 ((u32)3)
-#define ZN_TYPE_INT64 ((u32)4)
-#define ZN_TYPE_UINT64 ((u32)5)
-#define ZN_TYPE_STRING ((u32)6)
-#define ZN_TYPE_WIDESTRING ((u32)7)
-#define ZN_TYPE_BINARY ((u32)8)
-#define ZN_TYPE_GUID ((u32)9)
-#define ZN_TYPE_PROPSET ((u32)10)
-#define ZN_TYPE_OBJECT_ID ((u32)11)
-#define ZN_TYPE_OBJECT ((u32)12)
-#define ZN_TYPE_PROVIDER ((u32)13)
-#define ZN_TYPE_DATABASE ((u32)14)
-#define ZN_TYPE_TYPE_OBJECT ((u32)15)
-#define ZN_TYPE_I18N ((u32)16)
-#define ZN_TYPE_I18N_FORMAT_STRING ((u32)17)
-#define ZN_TYPE_TIME ((u32)0x10005)
-#define ZN_TYPE_ARRAY ((u32)0x80000000u)
+#define ZN_TYPE_BOOLEAN 1u
+#define ZN_TYPE_INT32 2u
+#define ZN_TYPE_UINT32 3u
+#define ZN_TYPE_INT64 4u
+#define ZN_TYPE_UINT64 5u
+#define ZN_TYPE_STRING 6u
+#define ZN_TYPE_WIDESTRING 7u
+#define ZN_TYPE_BINARY 8u
+#define ZN_TYPE_GUID 9u
+#define ZN_TYPE_PROPSET 10u
+#define ZN_TYPE_OBJECT_ID 11u
+#define ZN_TYPE_OBJECT 12u
+#define ZN_TYPE_PROVIDER 13u
+#define ZN_TYPE_DATABASE 14u
+#define ZN_TYPE_TYPE_OBJECT 15u
+#define ZN_TYPE_I18N 16u
+#define ZN_TYPE_I18N_FORMAT_STRING 17u
+#define ZN_TYPE_TIME 0x10005u
+#define ZN_TYPE_ARRAY 0x80000000u
 
 /* Property flags. */
-#define ZN_PROPERTY_HIDDEN ((u32)1)
-#define ZN_PROPERTY_NO_DISPLAY ((u32)2)
-#define ZN_PROPERTY_REMOTE_ONLY ((u32)4)
-#define ZN_PROPERTY_INDEXED ((u32)8)
+#define ZN_PROPERTY_HIDDEN 1u
+#define ZN_PROPERTY_NO_DISPLAY 2u
+#define ZN_PROPERTY_REMOTE_ONLY 4u
+#define ZN_PROPERTY_INDEXED 8u
 /* In Property2::Flags only: the readable span of Value is computed from Type, Value and Size. */
-#define ZN_PROPERTY_COMPUTED_SPAN ((u32)0x80000000u)
+#define ZN_PROPERTY_COMPUTED_SPAN 0x80000000u
 
 /* Object flags. The low 16 bits are the callers'; the rest belongs to the library. */
-#define OBJECT_HIDDEN ((u32)0x00000001)
-#define OBJECT_NODISPLAY ((u32)0x00000002)
+#define OBJECT_HIDDEN 0x00000001u
+#define OBJECT_NODISPLAY 0x00000002u
 
 /* Event flags as a receiver reads them in EventRecord::flags. */
-#define EVENT_LOCAL ((u32)0x1)
-#define EVENT_REMOTE ((u32)0x2)
-#define EVENT_TASK ((u32)0x4)
-#define EVENT_HAS_DATA ((u32)0x8)
-#define EVENT_OWNS_DATA ((u32)0x10000)
+#define EVENT_LOCAL 0x1u
+#define EVENT_REMOTE 0x2u
+#define EVENT_TASK 0x4u
+#define EVENT_HAS_DATA 0x8u
+#define EVENT_OWNS_DATA 0x10000u
 
 /* A property as it crosses the boundary. For a scalar Size is the byte size of the value, for an
  * array the number of elements. What Value points to, by tag:
@@ -176,9 +176,9 @@ typedef struct LocalEventRecord {
 } LocalEventRecord;
 
 /* Progress of an asynchronous call: what a provider hands to the callback of the call. */
-#define TASK_STATE_CREATED ((u32)1)
-#define TASK_STATE_FINISHED ((u32)2)
-#define TASK_STATE_RUNNING ((u32)3)
+#define TASK_STATE_CREATED 1u
+#define TASK_STATE_FINISHED 2u
+#define TASK_STATE_RUNNING 3u
 typedef struct TaskReport {
   u32 result;
   void* context;
@@ -192,7 +192,7 @@ typedef struct TaskReport {
 typedef bool (*TaskCallback)(TaskReport* report);
 
 /* Flag of a provider call: run it as a task. */
-#define ZN_CALL_ASYNCHRONOUS ((u32)1)
+#define ZN_CALL_ASYNCHRONOUS 1u
 
 /* The provider contract: six slots, filled by the entry point. Every slot runs with no lock of the
  * library held and may call the library; an exception it lets out is caught and reported as

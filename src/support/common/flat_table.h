@@ -1,0 +1,115 @@
+// Hash table from a caller-computed 64-bit hash to a pointer: open addressing with linear probing,
+// sixteen bytes a slot, no allocation per entry. The names, the ids, the objects of a database and
+// their keys are kept in it. The caller says what equality means, so a look-up touches the entry
+// only when the whole hash agrees. Not thread-safe.
+#pragma once
+
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+#include "zn/types.h"
+
+namespace zn {
+
+// Spreads the bits of a weak hash over the word (the finaliser of MurmurHash3).
+[[nodiscard]] constexpr u64 MixHash(u64 h) noexcept {
+  h ^= h >> 33;
+  h *= 0xFF51AFD7ED558CCDull;
+  h ^= h >> 33;
+  h *= 0xC4CEB9FE1A85EC53ull;
+  h ^= h >> 33;
+  return h;
+}
+
+template <typename T>
+class FlatTable {
+ public:
+  FlatTable() = default;
+  ~FlatTable() { std::free(slots_); }
+  FlatTable(const FlatTable&) = delete;
+  FlatTable& operator=(const FlatTable&) = delete;
+
+  [[nodiscard]] size_t Size() const noexcept { return size_; }
+
+  // The entry of that hash that `equals` accepts, or null.
+  template <typename Equals>
+  [[nodiscard]] T* Find(u64 hash, Equals&& equals) const noexcept {
+    if (size_ == 0) return nullptr;
+    for (size_t i = hash & mask_;; i = (i + 1) & mask_) {
+      const Slot& slot = slots_[i];
+      if (slot.item == nullptr) return nullptr;
+      if (slot.hash == hash && equals(*slot.item)) return slot.item;
+    }
+  }
+
+  // Enters an item that is not there yet. Throws std::bad_alloc, with the table as it was.
+  void Insert(u64 hash, T* item) {
+    if (slots_ == nullptr || (size_ + 1) * 4 > (mask_ + 1) * 3) Grow();
+    Place(hash, item);
+    ++size_;
+  }
+
+  // Takes the item out; false when it is not there.
+  [[nodiscard]] bool Erase(u64 hash, const T* item) noexcept {
+    if (size_ == 0) return false;
+    size_t i = hash & mask_;
+    while (slots_[i].item != item) {
+      if (slots_[i].item == nullptr) return false;
+      i = (i + 1) & mask_;
+    }
+    CloseGap(i);
+    --size_;
+    return true;
+  }
+
+  template <typename Visit>
+  void ForEach(Visit&& visit) const {
+    for (size_t i = 0; slots_ != nullptr && i <= mask_; ++i) {
+      if (slots_[i].item != nullptr) visit(*slots_[i].item);
+    }
+  }
+
+ private:
+  struct Slot {
+    u64 hash;
+    T* item;
+  };
+
+  void Place(u64 hash, T* item) noexcept {
+    size_t i = hash & mask_;
+    while (slots_[i].item != nullptr) i = (i + 1) & mask_;
+    slots_[i] = {hash, item};
+  }
+
+  void Grow() {
+    const size_t count = slots_ == nullptr ? 16 : (mask_ + 1) * 2;
+    auto* fresh = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
+    if (fresh == nullptr) throw std::bad_alloc();
+    Slot* old = std::exchange(slots_, fresh);
+    const size_t oldCount = old == nullptr ? 0 : mask_ + 1;
+    mask_ = count - 1;
+    for (size_t i = 0; i < oldCount; ++i) {
+      if (old[i].item != nullptr) Place(old[i].hash, old[i].item);
+    }
+    std::free(old);
+  }
+
+  // Moves later entries of the run back, so that no probe ends at the freed slot too early.
+  void CloseGap(size_t gap) noexcept {
+    for (size_t i = (gap + 1) & mask_; slots_[i].item != nullptr; i = (i + 1) & mask_) {
+      const size_t home = slots_[i].hash & mask_;
+      if (((i - home) & mask_) >= ((i - gap) & mask_)) {
+        slots_[gap] = slots_[i];
+        gap = i;
+      }
+    }
+    slots_[gap] = {0, nullptr};
+  }
+
+  Slot* slots_ = nullptr;
+  size_t mask_ = 0;
+  size_t size_ = 0;
+};
+
+}  // namespace zn
