@@ -1,0 +1,199 @@
+// A store of typed objects. One class serves three kinds of database: the system database of a
+// process, private databases, and client copies of a remote database. It owns its nodes, providers,
+// types, event tree and handle record. Every call runs under FAST_LOCK unless it says otherwise.
+// database.cpp: objects, keys, interfaces, life. database_groups.cpp: groups. database_notify.cpp:
+// change records and update sequences.
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "framework/common/zncore/baseobject.h"
+#include "framework/common/zncore/changerecord.h"
+#include "framework/common/zncore/dbnode.h"
+#include "framework/common/znevent/eventregistry.h"
+#include "framework/common/zntypeobject/typemanager.h"
+#include "support/common/flat_table.h"
+#include "support/common/handle.h"
+#include "zn/types.h"
+
+namespace zn {
+
+class Provider;
+
+// Database flags.
+inline constexpr u32 DB_AUTHENTICATED = 0x10000;
+inline constexpr u32 DB_KEYED = 0x20000;
+inline constexpr u32 DB_PRIVATE = 0x40000;
+
+// Callbacks of a database and the context that its owner gets back.
+struct DatabaseCallbacks {
+  ZnChangeCallback changeCallback = nullptr;  // makes it a database whose changes may be sent
+  ZnEventCallback eventCallback = nullptr;
+  // A client copy's way to its server: requests for objects, and provider calls. Null elsewhere.
+  u32 (*forwardRequest)(PropertySet& request, PropertySet* reply, void* context) = nullptr;
+  u32 (*forwardProviderCall)(PropertySet& request, ObjectId* provider, ObjectId* task,
+                             PropertySet* out, void* context) = nullptr;
+  void* context = nullptr;
+};
+
+class Database {
+ public:
+  Database(u32 flags, const DatabaseCallbacks& callbacks);
+  // Stops events, shuts the providers down in reverse order with the lock released around each,
+  // deletes every object with notifications off.
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  [[nodiscard]] const InternedId& GetId() const noexcept { return id_; }
+  void SetId(InternedId id) noexcept { id_ = std::move(id); }
+  [[nodiscard]] ZnHandle Handle() const noexcept { return handle_.Get(); }
+  [[nodiscard]] u32 Flags() const noexcept { return flags_; }
+  void SetFlags(u32 flags) noexcept { flags_ = flags; }
+  [[nodiscard]] bool IsAuthenticated() const noexcept { return (flags_ & DB_AUTHENTICATED) != 0; }
+  [[nodiscard]] bool IsKeyed() const noexcept { return (flags_ & DB_KEYED) != 0; }
+  // Not a client copy.
+  [[nodiscard]] bool IsLocal() const noexcept { return callbacks_.forwardRequest == nullptr; }
+  [[nodiscard]] const DatabaseCallbacks& Callbacks() const noexcept { return callbacks_; }
+  [[nodiscard]] TypeManager& Types() noexcept { return types_; }
+  [[nodiscard]] EventRegistry& Events() noexcept { return events_; }
+
+  // Makes an object of that type: ZNE_TYPE_NOT_FOUND, ZNE_OUT_OF_MEMORY, or the failure of its
+  // initial properties, with nothing left behind. `provider` null means the provider "system".
+  [[nodiscard]] u32 CreateDBNode(Provider* provider, std::string_view typeName, u32 flags,
+                                 DBNode** outNode, const std::vector<std::string>* containedTypes);
+  void DeleteNode(DBNode* node) noexcept { delete node; }
+  // The object, or null. On a client copy a miss goes to the server.
+  [[nodiscard]] DBNode* FindObject(const ObjectId& id) noexcept;
+  [[nodiscard]] DBNode* FindObject(const InternedId& id) noexcept { return FindObject(id.Value()); }
+  // Looks in the table only.
+  [[nodiscard]] DBNode* FindCached(const ObjectId& id) const noexcept;
+  [[nodiscard]] bool ObjectExists(const ObjectId& id) const noexcept {
+    return FindCached(id) != nullptr;
+  }
+  void InsertObject(DBNode* node);
+  void RemoveObject(DBNode* node) noexcept;
+  [[nodiscard]] size_t ObjectCount() const noexcept { return objectTable_.Size(); }
+  // Ids of all instances, those of derived types included. ZNE_INVALID_ARGUMENTS for an unknown
+  // type, ZNE_UNEXPECTED for "KELD_Type" while it is unknown.
+  [[nodiscard]] u32 GetObjectsOfType(std::string_view typeName, std::vector<ObjectId>* out);
+  [[nodiscard]] u32 GetObjectsWithInterface(std::string_view typeName, const GUID& interfaceId,
+                                            std::vector<ObjectId>* out);
+
+  [[nodiscard]] DBNode* FindByKey(std::string_view key) noexcept;
+  void EnterKey(DBNode* node);  // only on a DB_KEYED database
+  void RemoveKey(DBNode* node) noexcept;
+
+  // Both ends: the node's record and the registry of the database.
+  [[nodiscard]] u32 RegisterInterface(DBNode* node, const GUID& interfaceId,
+                                      const InternedId& provider);
+  [[nodiscard]] u32 DeregisterInterface(DBNode* node, const GUID& interfaceId);
+  // The registry's entry alone.
+  void ForgetInterface(DBNode* node, const GUID& interfaceId) noexcept;
+
+  // Groups.
+  [[nodiscard]] u32 CreateGroup(std::u16string_view name,
+                                const std::vector<std::string>& containedTypes,
+                                std::string_view groupType, Provider* provider, u32 flags,
+                                DBNode** outNode);
+  [[nodiscard]] u32 FindGroupByName(std::u16string_view name, DBNode** outNode);
+  // Takes it off the list; the caller deletes the node.
+  [[nodiscard]] u32 RemoveGroup(std::u16string_view name, DBNode** outNode);
+  // ZNE_OBJECT_NOT_IN_GROUP when there is none.
+  [[nodiscard]] u32 GetGroupsContaining(std::string_view typeName, u32 flagMask,
+                                        std::vector<DBNode*>* out);
+  // Makes the object a child of every group that contains its type.
+  void AddToGroups(DBNode* node);
+  // Groups of the settings key "Groups".
+  [[nodiscard]] u32 LoadRegistryGroups(Provider* provider);
+
+  // Providers, in load order.
+  [[nodiscard]] Provider* FindProviderByName(std::u16string_view name) noexcept;
+  [[nodiscard]] Provider* FindProviderById(const ObjectId& id) noexcept;
+  [[nodiscard]] Provider* FindProviderByHandle(ZnHandle handle) noexcept;
+  void AddProvider(std::unique_ptr<Provider> provider);
+  // Takes it off the list, with its event registrations.
+  [[nodiscard]] std::unique_ptr<Provider> TakeProvider(Provider* provider) noexcept;
+  [[nodiscard]] const std::vector<std::unique_ptr<Provider>>& Providers() const noexcept {
+    return providers_;
+  }
+  // Last to first: off the list, Shutdown with the lock released, delete.
+  void UnloadProviders() noexcept;
+
+  // Change events leave only while this is above 0.
+  void RaiseNotifyEnable() noexcept { ++notifyEnable_; }
+  void LowerNotifyEnable() noexcept { --notifyEnable_; }
+
+  // Whether anyone would read a change: a few tests, so that a change with no listener and no
+  // client costs no more. Topic and data are built only behind it.
+  [[nodiscard]] bool WouldNotify(const DBNode& object) noexcept;
+  // Announces a change of `object` about `subject`. The kind decides topic and data.
+  void NotifyChange(struct ChangeKind kind, const InternedId& subject, DBNode& object,
+                    u32 eventFlags, const PropertySet* extra = nullptr);
+  void NotifyTypeChange(std::string topic, const InternedId& subject, TypeObject& type,
+                        PropertySet data, u32 eventFlags);
+  void NotifyLocalOnlyChange(struct ChangeKind kind, const InternedId& subject, DBNode& object);
+  void BeginUpdateSequence() noexcept { ++sequenceDepth_; }
+  void EndUpdateSequence();
+  [[nodiscard]] u32 SequenceDepth() const noexcept { return sequenceDepth_; }
+  [[nodiscard]] const UpdateQueue& PendingEvents() const noexcept { return pendingEvents_; }
+
+  // The whole object as a set: id, type, flags, data, contained types, visible relations,
+  // interfaces, creator.
+  void MarshalObject(const DBNode& object, PropertySet* out);
+
+ private:
+  void PostRecord(ChangeRecord&& record, std::unique_ptr<PropertySet> localData);
+  void SendRecord(ChangeRecord& record);
+  [[nodiscard]] PropertySet MarshalRecord(ChangeRecord& record);
+  void AttachRelations(ChangeRecord& record);
+  [[nodiscard]] Value VisibleIds(const IdSet& ids);
+  void SendBatch(std::vector<std::unique_ptr<ChangeRecord>> records, const IdSet& deletedIds);
+
+  struct GuidHasher {
+    size_t operator()(const GUID& id) const noexcept { return static_cast<size_t>(GuidHash(id)); }
+  };
+  struct GuidEqual {
+    bool operator()(const GUID& a, const GUID& b) const noexcept { return SameGuid(a, b); }
+  };
+
+  InternedId id_;
+  FlatTable<DBNode> objectTable_;
+  FlatTable<DBNode> keyTable_;
+  std::unordered_multimap<GUID, DBNode*, GuidHasher, GuidEqual> interfaceRegistry_;
+  UpdateQueue pendingEvents_;
+  OwnedHandle handle_;
+  u32 flags_;
+  i32 notifyEnable_ = 0;
+  u32 sequenceDepth_ = 0;
+  std::vector<DBNode*> groups_;
+  DatabaseCallbacks callbacks_;
+  std::vector<std::unique_ptr<Provider>> providers_;
+  TypeManager types_;
+  EventRegistry events_;
+};
+
+// Kinds of object change, with the middle of their topics.
+struct ChangeKind {
+  const char* topic;
+};
+inline constexpr ChangeKind kObjectAdded{".object.add."};
+inline constexpr ChangeKind kObjectDeleted{".object.delete."};
+inline constexpr ChangeKind kDataChanged{".data.change."};
+inline constexpr ChangeKind kChildChanged{".relation.child."};
+inline constexpr ChangeKind kParentChanged{".relation.parent."};
+inline constexpr ChangeKind kInterfaceChanged{".interface.change."};
+inline constexpr ChangeKind kFlagChanged{".flag.change."};
+
+// The databases of the process, private ones excepted, and the system database among them. Under
+// FAST_LOCK.
+[[nodiscard]] Database* ZnGetSystemDatabase() noexcept;
+void SetSystemDatabase(Database* database) noexcept;
+[[nodiscard]] std::vector<std::unique_ptr<Database>>& DatabaseList() noexcept;
+// Copies every type of `source` into `target`, supertypes first.
+void CopyTypes(Database& source, Database& target);
+
+}  // namespace zn

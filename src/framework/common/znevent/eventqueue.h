@@ -1,0 +1,53 @@
+// The two event threads. The raise thread delivers raised events and local change events in the
+// order in which they were queued: wait events, registered providers, then the database's event
+// callback. The change thread hands marshalled changes to the database's change callback, strictly
+// in queue order. No callback runs with the bus lock held.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "framework/common/znguid/znguid.h"
+#include "framework/common/znpropset/propertyset.h"
+#include "framework/common/znstring/znstring.h"
+#include "zn/types.h"
+
+namespace zn {
+
+class Database;
+class Provider;
+
+// False at the first failure. `parameter` goes to the event callbacks. A second start is ignored.
+[[nodiscard]] bool StartEventThreads(u32 parameter);
+// Ends both threads; what is still queued is dropped. Releases the bus lock while it waits.
+void StopEventThreads() noexcept;
+[[nodiscard]] bool EventThreadsRunning() noexcept;
+
+// Queues an event with a copy of the set: EVENT_LOCAL | EVENT_REMOTE or EVENT_LOCAL alone.
+// ZNW_SERVICE_UNAVAILABLE without the threads (a warning: callers that must know compare for it),
+// ZNE_UNEXPECTED for a bad provider, ZNE_EVENT_STRING_INVALID for a topic with other characters,
+// ZNE_OUT_OF_MEMORY. Under FAST_LOCK.
+[[nodiscard]] u32 RaiseEvent(Database& database, ZnHandle provider, std::string_view topic,
+                             const PropertySet& data, u32 flags);
+inline constexpr u32 kRaiseFlags = EVENT_LOCAL | EVENT_REMOTE | EVENT_OWNS_DATA;
+inline constexpr u32 kRaiseLocalFlags = EVENT_LOCAL | EVENT_OWNS_DATA;
+
+// Queues the local event of a change. `typeName` empty and `id` zero where there is no object;
+// `plain` makes the short record. `data` may be null. Under FAST_LOCK.
+void SendLocalNotificationEvent(Database& database, std::string_view topic, const InternedId& id,
+                                const String& typeName, bool plain,
+                                std::unique_ptr<PropertySet> data) noexcept;
+
+// Queues a marshalled change for the change callback of the database. Under FAST_LOCK.
+void QueueChange(Database& database, PropertySet&& change) noexcept;
+
+// Withdraws what is queued for a database that goes and waits until the batch that may still use it
+// is done. Releases the bus lock while it waits; not on the raise thread itself.
+void DrainDatabaseEvents(Database& database) noexcept;
+
+// Ev* wait events; EvWaitForEvent's frame.
+[[nodiscard]] u32 CreateWaitEvent(Database& database, bool (*predicate)(const EventRecord*, void*),
+                                  void* context, ZnHandle* out);
+[[nodiscard]] u32 WaitForEvent(Database& database, ZnHandle waitHandle, u32 timeoutMs);
+
+}  // namespace zn

@@ -1,0 +1,59 @@
+// The types of one database: the table from name to type, and the creation of types by their rules.
+// Every call runs under FAST_LOCK.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "framework/common/zntypeobject/typeobject.h"
+
+namespace zn {
+
+class TypeManager {
+ public:
+  explicit TypeManager(Database* database) noexcept : database_(database) {}
+  ~TypeManager();
+  TypeManager(const TypeManager&) = delete;
+  TypeManager& operator=(const TypeManager&) = delete;
+
+  // The type, or null. The empty name is KELD_Object.
+  [[nodiscard]] TypeObject* FindType(std::string_view name) noexcept;
+  [[nodiscard]] TypeObject* FindTypeById(const ObjectId& id) noexcept;
+  // Whether both are known and `base` is reachable from `type`.
+  [[nodiscard]] bool TypeIsA(std::string_view type, std::string_view base) noexcept;
+
+  // Applies the rules and makes the type. ZNE_INVALID_ARGUMENTS, ZNE_TYPE_EXISTS,
+  // ZNE_PROPERTY_NOT_INDEXABLE, ZNE_INHERITANCE_INVALID; the earliest rule that fails is reported.
+  [[nodiscard]] u32 CreateTypeInstance(std::string_view name, const PropertySet* properties,
+                                       const std::vector<std::string>& supertypes, u32 flags,
+                                       TypeObject** out);
+  // Installs a type from its property form: no rules, no event; an existing name is replaced in
+  // place.
+  [[nodiscard]] u32 InstallType(const PropertySet& form);
+  // Property forms of all types, supertypes before subtypes: KELD_Type, then by name.
+  [[nodiscard]] std::vector<PropertySet> DumpTypeGraph();
+  // In name order.
+  [[nodiscard]] const std::map<std::string, std::unique_ptr<TypeObject>, std::less<>>& Types()
+      const noexcept {
+    return types_;
+  }
+
+ private:
+  [[nodiscard]] TypeObject* FindOrCreateTypeType();
+  TypeObject* Register(std::unique_ptr<TypeObject> type);
+
+  Database* database_;
+  std::map<std::string, std::unique_ptr<TypeObject>, std::less<>> types_;
+};
+
+// Types the library needs before any document or provider, each with its supertype and properties:
+// KELD_Object, KELD_Provider, KELD_Database, KELD_Group, KELD_SystemGroup, KELD_GenericGroup.
+// Traced; the first failure ends it. Under FAST_LOCK.
+[[nodiscard]] u32 RegisterBaseObjectTypes(Database& database);
+// KELD_Extension, KELD_Task, KELD_Configlet: whichever no document has declared.
+[[nodiscard]] u32 RegisterMissingSystemTypes(Database& database);
+
+}  // namespace zn
