@@ -5,6 +5,8 @@
 #include "support/common/platform.h"
 #include "support/common/sync.h"
 
+static_assert(sizeof(ZnHandleRecord) == 2 * sizeof(void*));
+
 namespace zn {
 
 HandleArenaBounds handleArena{};
@@ -16,11 +18,16 @@ namespace {
 constexpr size_t kLargestArena = sizeof(void*) == 8 ? size_t{4} << 30 : size_t{64} << 20;
 constexpr size_t kSmallestArena = size_t{1} << 20;
 
+// So many freed records wait before the first of them is used again: a stale handle keeps reading
+// as freed for a while, and the ring still fits a processor's first cache.
+constexpr size_t kQuarantine = 1024;
+
 struct FreeQueue {
   Mutex mutex;
   ZnHandleRecord* head ZN_GUARDED_BY(mutex) = nullptr;
   ZnHandleRecord* tail ZN_GUARDED_BY(mutex) = nullptr;
-  size_t used ZN_GUARDED_BY(mutex) = 0;  // records ever handed out
+  size_t waiting ZN_GUARDED_BY(mutex) = 0;  // records in the queue
+  size_t used ZN_GUARDED_BY(mutex) = 0;     // records ever handed out
 };
 
 FreeQueue& Queue() noexcept {
@@ -45,17 +52,19 @@ ZnHandle AllocateHandle(u32 tag, void* thing) noexcept {
   FreeQueue& queue = Queue();
   const MutexLock lock(queue.mutex);
   if (handleArena.base.load(std::memory_order_relaxed) == 0 && !ReserveArena()) return nullptr;
-  ZnHandleRecord* record = queue.head;
-  if (record != nullptr) {
-    queue.head = static_cast<ZnHandleRecord*>(record->thing);
+  const size_t limit = handleArena.bytes.load(std::memory_order_relaxed) / sizeof(ZnHandleRecord);
+  ZnHandleRecord* record = nullptr;
+  if (queue.waiting > kQuarantine || (queue.used == limit && queue.waiting > 0)) {
+    record = queue.head;
+    queue.head = HandleThing<ZnHandleRecord>(record);
     if (queue.head == nullptr) queue.tail = nullptr;
+    --queue.waiting;
   } else {
-    const size_t limit = handleArena.bytes.load(std::memory_order_relaxed) / sizeof(ZnHandleRecord);
     if (queue.used == limit) return nullptr;
     const auto base = handleArena.base.load(std::memory_order_relaxed);
     record = reinterpret_cast<ZnHandleRecord*>(base) + queue.used++;
   }
-  record->thing = thing;
+  record->thing.store(thing, std::memory_order_relaxed);
   record->tag.store(tag, std::memory_order_release);
   return record;
 }
@@ -65,23 +74,30 @@ namespace {
 void Recycle(ZnHandle handle) noexcept {
   FreeQueue& queue = Queue();
   const MutexLock lock(queue.mutex);
-  handle->thing = nullptr;
+  handle->thing.store(nullptr, std::memory_order_relaxed);
   if (queue.tail != nullptr) {
-    queue.tail->thing = handle;
+    queue.tail->thing.store(handle, std::memory_order_relaxed);
   } else {
     queue.head = handle;
   }
   queue.tail = handle;
+  ++queue.waiting;
 }
 
 }  // namespace
 
-bool FreeHandle(ZnHandle handle, u32 tag) noexcept {
+bool FreeHandle(ZnHandle handle, u32 tag, void** thing) noexcept {
   if (tag == 0 || !IsHandleAddress(handle)) return false;
   u32 expected = tag;
   if (!handle->tag.compare_exchange_strong(expected, 0, std::memory_order_acq_rel)) return false;
+  *thing = HandleThing<void>(handle);  // ours alone until it is queued
   Recycle(handle);
   return true;
+}
+
+bool FreeHandle(ZnHandle handle, u32 tag) noexcept {
+  void* thing = nullptr;
+  return FreeHandle(handle, tag, &thing);
 }
 
 bool FreeAnyHandle(ZnHandle handle) noexcept {

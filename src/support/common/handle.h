@@ -1,6 +1,7 @@
 // Handle records. All of them lie in one arena of type-stable memory that is never given back: a
-// freed record reads as tag 0 and is reused last-freed-last, so the check of any handle, stale or
-// foreign, is an address-range test and one compare, without touching freed memory.
+// freed record reads as tag 0 and is reused last-freed-last, and not before a thousand others were
+// freed, so the check of any handle, stale or foreign, is an address-range test and one compare,
+// without touching freed memory.
 #pragma once
 
 #include <atomic>
@@ -9,7 +10,7 @@
 
 struct ZnHandleRecord {
   std::atomic<u32> tag;
-  void* thing;
+  std::atomic<void*> thing;  // atomic because a call with a stale handle may read it at any time
 };
 
 namespace zn {
@@ -28,7 +29,9 @@ extern std::atomic<u32> libraryAlive;
 // A new record, or null when memory is short. Any thread.
 [[nodiscard]] ZnHandle AllocateHandle(u32 tag, void* thing) noexcept;
 // Frees a live record of that tag; false when it is none. Of two concurrent frees one answers true.
+// The second form hands over what the record stood for.
 [[nodiscard]] bool FreeHandle(ZnHandle handle, u32 tag) noexcept;
+[[nodiscard]] bool FreeHandle(ZnHandle handle, u32 tag, void** thing) noexcept;
 // Frees a live record of whatever tag.
 [[nodiscard]] bool FreeAnyHandle(ZnHandle handle) noexcept;
 
@@ -56,7 +59,18 @@ extern std::atomic<u32> libraryAlive;
 // What the record stands for. The handle has been checked.
 template <typename T>
 [[nodiscard]] T* HandleThing(ZnHandle handle) noexcept {
-  return static_cast<T*>(handle->thing);
+  return static_cast<T*>(handle->thing.load(std::memory_order_relaxed));
+}
+
+// The same for a handle that another thread may free at this moment: null unless the record had the
+// tag both before and after the look. What it stands for may be gone by the time the caller uses
+// it, so this is for things that are never given back to the heap.
+template <typename T>
+[[nodiscard]] T* LiveHandleThing(ZnHandle handle, u32 tag) noexcept {
+  if (HandleTag(handle) != tag) return nullptr;
+  T* thing = HandleThing<T>(handle);
+  std::atomic_thread_fence(std::memory_order_acquire);
+  return handle->tag.load(std::memory_order_relaxed) == tag ? thing : nullptr;
 }
 
 // An owned record that goes with its owner.

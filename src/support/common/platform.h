@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "zn/types.h"
 
@@ -15,5 +16,26 @@ namespace zn {
 
 // Random bytes from the kernel; false when there are none. Buffered, safe across fork.
 [[nodiscard]] bool RandomBytes(void* out, size_t count) noexcept;
+
+// One simple capital of a unit beyond ASCII, by the host's Unicode tables and no locale.
+[[nodiscard]] ZnWChar HostToUpper(ZnWChar unit) noexcept;
+
+// Starts a thread that nobody joins. False when the system refuses (ZnGetLastError tells why).
+// `stackBytes` 0 means the host's default.
+using ThreadStart = u32 (*)(void*);
+[[nodiscard]] bool StartDetachedThread(ThreadStart start, void* argument, u32 stackBytes,
+                                       u32* threadId) noexcept;
+
+// The calling thread's last failure of a platform call: what ZnGetLastError answers, and its text.
+void SetLastFailure(u32 code, std::string_view text) noexcept;
+void SetLastFailure(u32 code) noexcept;  // with the system's text
+[[nodiscard]] const char* LastFailureText() noexcept;
+
+// Local time of `seconds` since 1970 in the 26-byte form "Www Mmm dd hh:mm:ss yyyy\n\0".
+inline constexpr size_t kTimeTextSize = 32;
+void FormatTime(i64 seconds, char (&out)[kTimeTextSize]) noexcept;
+
+// The folder for temporary files, with a separator at its end.
+[[nodiscard]] std::string TemporaryFolder();
 
 }  // namespace zn

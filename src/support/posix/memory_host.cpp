@@ -1,0 +1,72 @@
+// Reserved address space and the kernel's random bytes.
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/random.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "support/common/platform.h"
+
+namespace zn {
+
+void* ReserveMemory(size_t bytes) noexcept {
+  void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (memory == MAP_FAILED) return nullptr;
+  static_cast<void>(madvise(memory, bytes, MADV_DONTDUMP));
+  return memory;
+}
+
+namespace {
+
+bool ReadKernelRandom(void* out, size_t count) noexcept {
+  auto* at = static_cast<unsigned char*>(out);
+  while (count > 0) {
+    const ssize_t got = getrandom(at, count, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    at += got;
+    count -= static_cast<size_t>(got);
+  }
+  return true;
+}
+
+// Rises in every forked child, so that no child hands out bytes that its parent hands out too.
+std::atomic<u32> forkGeneration{1};
+
+void WatchForks() noexcept {
+  [[maybe_unused]] static const int watched = pthread_atfork(
+      nullptr, nullptr, [] { forkGeneration.fetch_add(1, std::memory_order_relaxed); });
+}
+
+struct RandomBuffer {
+  unsigned char bytes[512];
+  size_t left = 0;
+  u32 generation = 0;
+};
+
+}  // namespace
+
+bool RandomBytes(void* out, size_t count) noexcept {
+  thread_local RandomBuffer buffer;
+  if (count > sizeof(buffer.bytes)) return ReadKernelRandom(out, count);
+  WatchForks();
+  const u32 generation = forkGeneration.load(std::memory_order_relaxed);
+  if (buffer.generation != generation || buffer.left < count) {
+    buffer.left = 0;
+    if (!ReadKernelRandom(buffer.bytes, sizeof(buffer.bytes))) return false;
+    buffer.left = sizeof(buffer.bytes);
+    buffer.generation = generation;
+  }
+  // Handed out from the end and wiped, so that a byte is never given twice and leaves no copy.
+  unsigned char* from = buffer.bytes + (buffer.left - count);
+  if (count != 0) std::memcpy(out, from, count);
+  explicit_bzero(from, count);
+  buffer.left -= count;
+  return true;
+}
+
+}  // namespace zn
