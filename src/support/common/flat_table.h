@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -20,6 +21,29 @@ namespace zn {
   h *= 0xC4CEB9FE1A85EC53ull;
   h ^= h >> 33;
   return h;
+}
+
+// A hash over bytes, eight at a time.
+[[nodiscard]] inline u64 HashBytes(const void* data, size_t length) noexcept {
+  constexpr u64 kMultiplier = 0x9E3779B97F4A7C15ull;
+  const auto* at = static_cast<const unsigned char*>(data);
+  u64 h = length * kMultiplier;
+  u64 word = 0;
+  for (; length >= 8; length -= 8, at += 8) {
+    std::memcpy(&word, at, 8);
+    h = (h ^ word) * kMultiplier;
+    h ^= h >> 29;
+  }
+  if (length >= 4) {
+    u32 head = 0;
+    u32 tail = 0;
+    std::memcpy(&head, at, 4);
+    std::memcpy(&tail, at + length - 4, 4);
+    h = (h ^ (u64{head} << 32 | tail)) * kMultiplier;
+  } else if (length > 0) {
+    h = (h ^ (u64{at[0]} << 16 | u64{at[length / 2]} << 8 | at[length - 1])) * kMultiplier;
+  }
+  return h ^ (h >> 32);
 }
 
 template <typename T>

@@ -76,13 +76,18 @@ class InternedId {
 
   // For holders that keep the bare entry (a value of a property): ownership of one count.
   [[nodiscard]] IdEntry* TakeEntry() noexcept { return std::exchange(entry_, Retain(ZeroEntry())); }
+  [[nodiscard]] static InternedId Adopt(IdEntry* entry) noexcept {
+    InternedId id;
+    id.entry_ = entry;
+    return id;
+  }
   [[nodiscard]] static IdEntry* Retain(IdEntry* entry) noexcept {
-    entry->references.fetch_add(1, std::memory_order_relaxed);
+    if (entry != ZeroEntry()) entry->references.fetch_add(1, std::memory_order_relaxed);
     return entry;
   }
   static void Release(IdEntry* entry) noexcept;
   [[nodiscard]] static IdEntry* Intern(const GUID& guid);
-  // The entry of the zero id; it stays for the life of the process.
+  // The entry of the zero id; it stays for the life of the process and its count is not kept.
   [[nodiscard]] static IdEntry* ZeroEntry() noexcept { return &zero_; }
   [[nodiscard]] static bool LessGuid(const GUID& a, const GUID& b) noexcept;
 
@@ -90,8 +95,5 @@ class InternedId {
   static IdEntry zero_;
   IdEntry* entry_;
 };
-
-// Whether some id with those bytes is alive anywhere in the process.
-[[nodiscard]] bool IsInterned(const GUID& guid) noexcept;
 
 }  // namespace zn

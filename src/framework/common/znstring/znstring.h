@@ -108,13 +108,15 @@ class SharedText {
     return text;
   }
   [[nodiscard]] static Rep* Retain(Rep* rep) noexcept {
-    rep->references.fetch_add(1, std::memory_order_relaxed);
+    if (rep != Empty()) rep->references.fetch_add(1, std::memory_order_relaxed);
     return rep;
   }
   static void Release(Rep* rep) noexcept {
+    if (rep == Empty()) return;
+    // The last holder need not pay for an atomic change.
     if (rep->references.load(std::memory_order_acquire) == 1 ||
         rep->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-      if (rep != Empty()) ::operator delete(rep);
+      ::operator delete(rep);
     }
   }
   // A block with room for `length` units, terminated; the text is the caller's to fill.
@@ -148,10 +150,9 @@ class SharedText {
   Rep* rep_;
 };
 
-// Shared by every empty text of its width. Its count starts high and is never trusted: it is not
-// freed whatever it says.
+// Shared by every empty text of its width; its count is not kept.
 template <typename Unit>
-inline constinit TextRep<Unit> SharedText<Unit>::empty_{1u << 30, 0, {0}};
+inline constinit TextRep<Unit> SharedText<Unit>::empty_{1, 0, {0}};
 
 using String = SharedText<char>;
 
