@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "zn/types.h"
 
@@ -19,7 +20,11 @@ namespace zn {
 template <typename Unit>
 [[nodiscard]] inline bool IsGoodString(const Unit* text, size_t limit) noexcept {
   if (!IsGoodPointer(text)) return false;
-  for (size_t i = 0; i <= limit; ++i) {
+  if constexpr (sizeof(Unit) == 1) {
+    const size_t units = limit < SIZE_MAX / 2 ? limit + 1 : SIZE_MAX / 2;
+    return std::memchr(text, 0, units) != nullptr;
+  }
+  for (size_t i = 0; i <= limit && i < SIZE_MAX / sizeof(Unit); ++i) {
     if (text[i] == 0) return true;
   }
   return false;

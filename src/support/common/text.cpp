@@ -37,18 +37,18 @@ constexpr bool IsLowSurrogate(char32_t unit) noexcept {
   return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-template <typename Unit>
-int CompareFolded(std::basic_string_view<Unit> a, std::basic_string_view<Unit> b) noexcept {
-  using Unsigned = std::make_unsigned_t<Unit>;
-  const size_t common = std::min(a.size(), b.size());
-  for (size_t i = 0; i < common; ++i) {
-    if (a[i] == b[i]) continue;
-    const auto left = static_cast<Unsigned>(ToUpper(a[i]));
-    const auto right = static_cast<Unsigned>(ToUpper(b[i]));
-    if (left != right) return left < right ? -1 : 1;
+template <typename View>
+int CompareFolded(View a, View b) noexcept {
+  while (!a.empty() && !b.empty()) {
+    const char32_t left = TakeCharacter(&a);
+    const char32_t right = TakeCharacter(&b);
+    if (left == right) continue;
+    const char32_t leftCapital = ToUpper(left);
+    const char32_t rightCapital = ToUpper(right);
+    if (leftCapital != rightCapital) return leftCapital < rightCapital ? -1 : 1;
   }
-  if (a.size() == b.size()) return 0;
-  return a.size() < b.size() ? -1 : 1;
+  if (a.empty() && b.empty()) return 0;
+  return a.empty() ? -1 : 1;
 }
 
 }  // namespace
@@ -150,9 +150,15 @@ std::string ToWellFormed(std::string_view text) {
   return result;
 }
 
+char32_t ToUpper(char32_t character) noexcept {
+  if (character < 0x80) {
+    return character >= 'a' && character <= 'z' ? character - ('a' - 'A') : character;
+  }
+  return character <= 0xFFFF ? HostToUpper(static_cast<ZnWChar>(character)) : character;
+}
+
 ZnWChar ToUpper(ZnWChar unit) noexcept {
-  if (unit < 0x80) return static_cast<ZnWChar>(ToUpper(static_cast<char>(unit)));
-  return HostToUpper(unit);
+  return static_cast<ZnWChar>(ToUpper(static_cast<char32_t>(unit)));
 }
 
 int CompareNoCase(std::string_view a, std::string_view b) noexcept {

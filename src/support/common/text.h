@@ -33,13 +33,10 @@ size_t PutCharacter(char32_t character, ZnWChar* out) noexcept;
 // ZnSetLocale chose. Units of surrogate pairs and characters whose capital takes several units stay
 // as they are.
 [[nodiscard]] ZnWChar ToUpper(ZnWChar unit) noexcept;
-// For narrow text: ASCII letters alone, so that no byte of a longer UTF-8 sequence changes.
-[[nodiscard]] constexpr char ToUpper(char c) noexcept {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
-}
+[[nodiscard]] char32_t ToUpper(char32_t character) noexcept;
 
-// Order without regard to case: below, at or above 0. Narrow text folds ASCII, wide text folds as
-// ToUpper does, unit by unit.
+// Order without regard to case: -1, 0 or 1, by the capitals of the characters, so that a narrow
+// text and the same text made wide compare alike.
 [[nodiscard]] int CompareNoCase(std::string_view a, std::string_view b) noexcept;
 [[nodiscard]] int CompareNoCase(std::u16string_view a, std::u16string_view b) noexcept;
 

@@ -23,7 +23,7 @@ namespace {
 // The open file and the level at which it takes lines.
 class ZnTraceFile {
  public:
-  void Open(const std::string& path, int level) {
+  void Open(const std::string& path, const TraceOptions& options) {
     const MutexLock lock(mutex_);
     CloseLocked();
     file_ = std::fopen(path.c_str(), "w");
@@ -33,7 +33,7 @@ class ZnTraceFile {
     }
     std::fputs(ZnGetTime(), file_);
     std::fflush(file_);
-    traceThreshold.store(level, std::memory_order_relaxed);
+    traceThreshold.store(options.level, std::memory_order_relaxed);
   }
 
   void Close() {
@@ -75,8 +75,8 @@ void WriteLine(const char* format, va_list arguments) {
 
 }  // namespace
 
-void OpenTrace(const std::string& path, int level) {
-  TraceFile().Open(path, level);
+void OpenTrace(const std::string& path, const TraceOptions& options) {
+  TraceFile().Open(path, options);
 }
 
 }  // namespace zn

@@ -3,10 +3,19 @@
 
 #include <string>
 
+#include "zn/types.h"
+
 namespace zn {
 
-// Replaces the open trace file, if any, by a new, empty one and sets the level from which lines are
-// written. A file that cannot be opened leaves tracing silent.
-void OpenTrace(const std::string& path, int level);
+// What ZnTraceInit was given and read.
+struct TraceOptions {
+  int level;
+  u32 size;        // carried, without effect: the file has no size limit
+  bool overwrite;  // carried, without effect: the file starts empty with every opening
+};
+
+// Replaces the open trace file, if any, by a new, empty one that takes lines from a level on. A
+// file that cannot be opened leaves tracing silent.
+void OpenTrace(const std::string& path, const TraceOptions& options);
 
 }  // namespace zn
