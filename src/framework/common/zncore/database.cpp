@@ -6,7 +6,6 @@
 
 #include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znprov/provider.h"
-#include "framework/common/zntypeobject/objectindex.h"
 #include "framework/common/zntypeobject/typeobject.h"
 #include "support/common/fastlock.h"
 #include "support/common/status.h"
@@ -115,20 +114,12 @@ u32 Database::MakeNode(Provider* provider, TypeObject& type, u32 flags,
     }
     type.Instances().Add(node.get());
     InsertObject(node.get());
-    const PropertySet defaults = type.AllProperties();
-    ZN_RETURN_IF_FAILED(node->BaseObject::SetProperties(defaults));
-    if (IsLocal()) IndexDefaults(node.get(), defaults);
+    node->ReplaceProperties(type.AllProperties());
+    if (IsLocal()) type.AddToIndexes(node.get());
     *out = std::move(node);
     return ZN_OK;
   } catch (const std::bad_alloc&) {
     return ZNE_OUT_OF_MEMORY;
-  }
-}
-
-void Database::IndexDefaults(DBNode* node, const PropertySet& defaults) {
-  for (const Property& property : defaults) {
-    ObjectIndex* index = node->GetType()->FormalizedIndex(property.Key());
-    if (index != nullptr) index->Add(property.GetValue(), node);
   }
 }
 
@@ -156,16 +147,7 @@ u32 Database::GetObjectsOfType(std::string_view typeName, std::vector<ObjectId>*
     return typeName == kTypeTypeName ? ZNE_UNEXPECTED : ZNE_INVALID_ARGUMENTS;
   }
   std::vector<ObjectId> found;
-  if (typeName == kTypeTypeName) {
-    // Types are listed, although they are no objects of the table.
-    for (const auto& [name, entry] : types_.Types()) {
-      if (entry->GetType() == type) found.push_back(entry->GetId().Value());
-    }
-  }
-  std::vector<DBNode*> nodes;
-  type->CollectInstances(&nodes);
-  found.reserve(found.size() + nodes.size());
-  for (const DBNode* node : nodes) found.push_back(node->GetId().Value());
+  type->CollectInstanceIds(&found);
   *out = std::move(found);
   return ZN_OK;
 }

@@ -64,8 +64,8 @@ class Database {
   [[nodiscard]] EventRegistry& Events() noexcept { return events_; }
 
   // Makes an object of that type with the default properties, and a child of every group that
-  // contains the type: ZNE_TYPE_NOT_FOUND, ZNE_OUT_OF_MEMORY, or the failure of its initial
-  // properties, with nothing left behind and `*outNode` null. `provider` null means the provider
+  // contains the type: ZNE_TYPE_NOT_FOUND or ZNE_OUT_OF_MEMORY, with nothing left behind and
+  // `*outNode` null. `provider` null means the provider
   // "system"; without one the creator is the zero id.
   [[nodiscard]] u32 CreateDBNode(Provider* provider, std::string_view typeName, u32 flags,
                                  DBNode** outNode, const std::vector<std::string>* containedTypes);
@@ -164,11 +164,10 @@ class Database {
   [[nodiscard]] Value VisibleIds(const IdSet& ids);
   void SendBatch(std::vector<std::unique_ptr<ChangeRecord>> records, const IdSet& deletedIds);
 
-  // One object of that id as the initial properties make it, without events.
+  // A node with its initial properties, in the tables, not told to anybody yet.
   [[nodiscard]] u32 MakeNode(Provider* provider, TypeObject& type, u32 flags,
                              const std::vector<std::string>* containedTypes,
                              std::unique_ptr<DBNode>* out);
-  void IndexDefaults(DBNode* node, const PropertySet& defaults);
   template <typename Visit>
   void ForEachGroupContaining(const TypeObject& type, u32 flagMask, Visit&& visit);
   [[nodiscard]] u32 LoadRegistryGroup(ZnHandle groupsKey, const ZnWChar* subKey,

@@ -122,14 +122,14 @@ u32 Database::GetGroupsContaining(std::string_view typeName, u32 flagMask,
 }
 
 void Database::AddToGroups(DBNode* node) noexcept {
-  ForEachGroupContaining(*node->GetType(), 0, [&](DBNode* group) {
-    try {
+  try {
+    ForEachGroupContaining(*node->GetType(), 0, [&](DBNode* group) {
       // A group that matches twice refuses the second time.
       static_cast<void>(group->AddChild(node->GetId()));
-    } catch (...) {
-      // The object stands all the same, outside of this group.
-    }
-  });
+    });
+  } catch (...) {
+    // Memory is short: the object stands all the same, outside of the groups that are left.
+  }
 }
 
 u32 Database::LoadRegistryGroups(Provider* provider) {
