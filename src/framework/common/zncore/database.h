@@ -1,11 +1,13 @@
 // A store of typed objects. One class serves three kinds of database: the system database of a
 // process, private databases, and client copies of a remote database. It owns its nodes, providers,
 // types, event tree and handle record. Every call runs under FAST_LOCK unless it says otherwise.
-// database.cpp: objects, keys, interfaces, life. database_groups.cpp: groups. database_notify.cpp:
-// change records and update sequences.
+// database.cpp: objects, keys, interfaces, life. database_groups.cpp: groups.
+// database_providers.cpp: the provider list. databaselist.cpp: the databases of the process.
+// database_notify.cpp: change records and update sequences.
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -61,8 +63,10 @@ class Database {
   [[nodiscard]] TypeManager& Types() noexcept { return types_; }
   [[nodiscard]] EventRegistry& Events() noexcept { return events_; }
 
-  // Makes an object of that type: ZNE_TYPE_NOT_FOUND, ZNE_OUT_OF_MEMORY, or the failure of its
-  // initial properties, with nothing left behind. `provider` null means the provider "system".
+  // Makes an object of that type with the default properties, and a child of every group that
+  // contains the type: ZNE_TYPE_NOT_FOUND or ZNE_OUT_OF_MEMORY, with nothing left behind and
+  // `*outNode` null. `provider` null means the provider
+  // "system"; without one the creator is the zero id.
   [[nodiscard]] u32 CreateDBNode(Provider* provider, std::string_view typeName, u32 flags,
                                  DBNode** outNode, const std::vector<std::string>* containedTypes);
   void DeleteNode(DBNode* node) noexcept { delete node; }
@@ -83,7 +87,9 @@ class Database {
   [[nodiscard]] u32 GetObjectsWithInterface(std::string_view typeName, const GUID& interfaceId,
                                             std::vector<ObjectId>* out);
 
-  [[nodiscard]] DBNode* FindByKey(std::string_view key) noexcept;
+  // `key` is a whole block, the provider's id in front. Without a key table every object is looked
+  // at, in the order of the types' lists.
+  [[nodiscard]] DBNode* FindByKey(std::string_view key);
   void EnterKey(DBNode* node);  // only on a DB_KEYED database
   void RemoveKey(DBNode* node) noexcept;
 
@@ -103,11 +109,16 @@ class Database {
   // Takes it off the list; the caller deletes the node.
   [[nodiscard]] u32 RemoveGroup(std::u16string_view name, DBNode** outNode);
   // ZNE_OBJECT_NOT_IN_GROUP when there is none.
+  // In the order of the list; a group that matches by two of its contained types comes twice.
   [[nodiscard]] u32 GetGroupsContaining(std::string_view typeName, u32 flagMask,
                                         std::vector<DBNode*>* out);
   // Makes the object a child of every group that contains its type.
-  void AddToGroups(DBNode* node);
-  // Groups of the settings key "Groups".
+  void AddToGroups(DBNode* node) noexcept;
+  // Takes a node that goes off the list of groups, if it is there.
+  void ForgetGroup(const DBNode* node) noexcept;
+  // Groups of the settings key "Groups". ZNE_GROUP_REG_UNREADABLE without the key,
+  // ZNE_GROUP_REG_DAMAGED when it cannot be read to its end; a group that cannot be made is passed
+  // over.
   [[nodiscard]] u32 LoadRegistryGroups(Provider* provider);
 
   // Providers, in load order.
@@ -153,6 +164,16 @@ class Database {
   [[nodiscard]] Value VisibleIds(const IdSet& ids);
   void SendBatch(std::vector<std::unique_ptr<ChangeRecord>> records, const IdSet& deletedIds);
 
+  // A node with its initial properties, in the tables, not told to anybody yet.
+  [[nodiscard]] u32 MakeNode(Provider* provider, TypeObject& type, u32 flags,
+                             const std::vector<std::string>* containedTypes,
+                             std::unique_ptr<DBNode>* out);
+  template <typename Visit>
+  void ForEachGroupContaining(const TypeObject& type, u32 flagMask, Visit&& visit);
+  [[nodiscard]] u32 LoadRegistryGroup(ZnHandle groupsKey, const ZnWChar* subKey,
+                                      Provider* provider);
+  void DeleteAllObjects() noexcept;
+
   struct GuidHasher {
     size_t operator()(const GUID& id) const noexcept { return static_cast<size_t>(GuidHash(id)); }
   };
@@ -163,10 +184,17 @@ class Database {
   InternedId id_;
   FlatTable<DBNode> objectTable_;
   FlatTable<DBNode> keyTable_;
-  std::unordered_multimap<GUID, DBNode*, GuidHasher, GuidEqual> interfaceRegistry_;
+  // By id, so that lists have a stable order and one object among many is found at once.
+  struct NodeIdLess {
+    bool operator()(const DBNode* a, const DBNode* b) const noexcept {
+      return a->GetId() < b->GetId();
+    }
+  };
+  std::unordered_map<GUID, std::set<DBNode*, NodeIdLess>, GuidHasher, GuidEqual> interfaceRegistry_;
   UpdateQueue pendingEvents_;
   OwnedHandle handle_;
   u32 flags_;
+  bool tearingDown_ = false;  // the object table stays as it is while the nodes go
   i32 notifyEnable_ = 0;
   u32 sequenceDepth_ = 0;
   std::vector<DBNode*> groups_;
@@ -175,6 +203,9 @@ class Database {
   TypeManager types_;
   EventRegistry events_;
 };
+
+// Event flags of a change that listeners of this process and clients hear.
+inline constexpr u32 kEventEverywhere = EVENT_LOCAL | EVENT_REMOTE;
 
 // Kinds of object change, with the middle of their topics.
 struct ChangeKind {

@@ -13,6 +13,7 @@
 namespace zn {
 
 class Database;
+class ObjectIndex;
 class Provider;
 
 // Ordered set of ids: the two ends of a relation.
@@ -37,15 +38,21 @@ class DBNode final : public BaseObject {
   [[nodiscard]] const InternedId& CreatorId() const noexcept { return creatorId_; }
   void SetCreatorId(InternedId id) noexcept { creatorId_ = std::move(id); }
 
-  // The notifying forms: unchanged counts as success and raises nothing.
+  // The notifying forms: unchanged counts as success and raises nothing. They keep the indexes of
+  // the type in step with the values.
   [[nodiscard]] u32 SetProperty(const Property& property) override;
   [[nodiscard]] u32 SetProperties(const PropertySet& properties) override;
   [[nodiscard]] u32 DeleteProperty(std::string_view name) override;
   // The work of ObSetFlags: stores 1, 2 or 0 in the low half and raises ".flag.change.".
   void SetFlags(u32 flags);
 
-  // The key block: 16 bytes of the provider's id, then the provider's bytes. Null clears.
+  // Told by the database once the object is complete.
+  void AnnounceCreation() noexcept;
+
+  // The key block: 16 bytes of the provider's id, then the provider's bytes. Null clears. The
+  // caller has made sure that no object has that key.
   void SetKey(std::unique_ptr<u8[]> block, u32 length);
+  // Empty for an object without a key.
   [[nodiscard]] std::string_view Key() const noexcept {
     return {reinterpret_cast<const char*>(key_.get()), keyLength_};
   }
@@ -73,11 +80,29 @@ class DBNode final : public BaseObject {
     return interfaces_;
   }
 
-  // Place in its type's instance list; kept by the list.
+  // Place in its type's instance list; kept by the list. kNoInstanceSlot before the node joins it.
+  static constexpr u32 kNoInstanceSlot = 0xFFFFFFFF;
   [[nodiscard]] u32 InstanceSlot() const noexcept { return instanceSlot_; }
   void SetInstanceSlot(u32 slot) noexcept { instanceSlot_ = slot; }
 
  private:
+  // A value of this node that its type has in an index, before a change.
+  struct IndexedValue {
+    PropertyName name;
+    ObjectIndex* index = nullptr;  // null when the property has no index
+    Value old;                     // no value when the node did not have the property
+  };
+
+  [[nodiscard]] IndexedValue RememberIndexed(PropertyName name) const;
+  void UpdateIndex(const IndexedValue& before);
+
+  // Best effort: a change that cannot be told is lost, and the operation succeeds all the same.
+  void Announce(struct ChangeKind kind, const InternedId& subject, u32 eventFlags,
+                const PropertySet* extra = nullptr) noexcept;
+  void AnnounceChildChange(const InternedId& child) noexcept;
+
+  void DropRelations() noexcept;
+  void EraseParent(const InternedId& parent) noexcept;
   [[nodiscard]] u32 ListRelated(const IdSet& ids, std::string_view typeFilter,
                                 std::vector<ObjectId>* out) const;
 
@@ -85,7 +110,7 @@ class DBNode final : public BaseObject {
   InternedId creatorId_;
   std::unique_ptr<u8[]> key_;
   u32 keyLength_ = 0;
-  u32 instanceSlot_ = 0;
+  u32 instanceSlot_ = kNoInstanceSlot;
   std::unique_ptr<IdSet> children_;  // null while empty: most objects of a large store have none
   std::unique_ptr<IdSet> parents_;
   std::vector<InterfaceRecord> interfaces_;
