@@ -11,9 +11,7 @@ namespace {
 
 constexpr char kLampType[] = "EXAMPLE_Lamp";
 constexpr char kAllOffTopic[] = "event.example.lamp.alloff";
-constexpr u32 kMajorSwitch = 1;
-constexpr u32 kMinorOff = 0;
-constexpr u32 kMinorOn = 1;
+constexpr u32 kMajorSwitch = 1, kMinorOff = 0, kMinorOn = 1;
 // {6F0C2A9B-51C4-4D0E-9A37-2B8E1D7C40F5}
 constexpr GUID kSwitchInterface = {
     0x6F0C2A9B, 0x51C4, 0x4D0E, {0x9A, 0x37, 0x2B, 0x8E, 0x1D, 0x7C, 0x40, 0xF5}};
