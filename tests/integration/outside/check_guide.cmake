@@ -1,6 +1,7 @@
 # The guide to writing a provider shows code that exists: each of its C++ and C blocks stands word
 # for word in the example provider or in the client, and together they leave nothing of the example
 # out. Run as: cmake -DDOCUMENT=<guide> -DPROJECT=<root> -P check_guide.cmake
+cmake_minimum_required(VERSION 3.25)
 file(READ ${PROJECT}/providers/example/example.cpp example)
 file(READ ${PROJECT}/tests/integration/outside/client/client.c client)
 file(READ ${DOCUMENT} rest)
