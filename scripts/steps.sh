@@ -17,8 +17,11 @@ Step() {
     return
   fi
   printf 'FAILED after %d s\n' $((SECONDS - begin))
-  echo "--- end of $log:"
-  tail -n 40 "$log"
+  echo "--- from $log:"
+  # In a parallel build the first error seldom stands at the end.
+  grep -nE '(^|[^a-zA-Z_])(error:|FAILED:|\*\*\*Failed|ERROR: |runtime error:|E: )' "$log" | cut -c1-200 | head -n 20 || true
+  echo "--- its end:"
+  tail -n 30 "$log" | cut -c1-400
   echo "---"
   echo "$(basename "$0"): FAILED at step $name; full log: $PWD/$log"
   exit 1
