@@ -25,6 +25,9 @@ if(ZN_SANITIZE)
   add_compile_options(-fsanitize=${ZN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZN_SANITIZE})
 endif()
+if(ZN_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # the coverage that guides libFuzzer
+endif()
 
 add_library(zn_warnings INTERFACE)
 target_compile_options(zn_warnings INTERFACE

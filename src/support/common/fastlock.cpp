@@ -5,8 +5,9 @@ namespace zn {
 
 constinit thread_local u32 cachedThreadId __attribute__((tls_model("initial-exec"))) = 0;
 
-// Constant-initialised and never destroyed before the process ends: any static may use them.
-constinit RecursiveLock fastLock;
-constinit RecursiveLock databaseLock;
+// Constant-initialised on this host and never destroyed before the process ends: any static may use
+// them. Not constinit, since some hosts have a mutex that is made at start-up.
+RecursiveLock fastLock;
+RecursiveLock databaseLock;
 
 }  // namespace zn

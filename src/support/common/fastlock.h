@@ -32,7 +32,7 @@ extern constinit thread_local u32 cachedThreadId __attribute__((tls_model("initi
 // advisory lock of DbLockDatabase.
 class RecursiveLock {
  public:
-  constexpr RecursiveLock() = default;
+  RecursiveLock() = default;  // constant where the host's mutex is
   RecursiveLock(const RecursiveLock&) = delete;
   RecursiveLock& operator=(const RecursiveLock&) = delete;
 

@@ -60,7 +60,7 @@ class FlatTable {
   template <typename Equals>
   [[nodiscard]] T* Find(u64 hash, Equals&& equals) const noexcept {
     if (size_ == 0) return nullptr;
-    for (size_t i = hash & mask_;; i = (i + 1) & mask_) {
+    for (size_t i = HomeOf(hash);; i = (i + 1) & mask_) {
       const Slot& slot = slots_[i];
       if (slot.item == nullptr) return nullptr;
       if (slot.hash == hash && equals(*slot.item)) return slot.item;
@@ -77,7 +77,7 @@ class FlatTable {
   // Takes the item out; false when it is not there.
   [[nodiscard]] bool Erase(u64 hash, const T* item) noexcept {
     if (size_ == 0) return false;
-    size_t i = hash & mask_;
+    size_t i = HomeOf(hash);
     while (slots_[i].item != item) {
       if (slots_[i].item == nullptr) return false;
       i = (i + 1) & mask_;
@@ -100,8 +100,10 @@ class FlatTable {
     T* item;
   };
 
+  [[nodiscard]] size_t HomeOf(u64 hash) const noexcept { return static_cast<size_t>(hash) & mask_; }
+
   void Place(u64 hash, T* item) noexcept {
-    size_t i = hash & mask_;
+    size_t i = HomeOf(hash);
     while (slots_[i].item != nullptr) i = (i + 1) & mask_;
     slots_[i] = {hash, item};
   }
@@ -122,7 +124,7 @@ class FlatTable {
   // Moves later entries of the run back, so that no probe ends at the freed slot too early.
   void CloseGap(size_t gap) noexcept {
     for (size_t i = (gap + 1) & mask_; slots_[i].item != nullptr; i = (i + 1) & mask_) {
-      const size_t home = slots_[i].hash & mask_;
+      const size_t home = HomeOf(slots_[i].hash);
       if (((i - home) & mask_) >= ((i - gap) & mask_)) {
         slots_[gap] = slots_[i];
         gap = i;

@@ -1,0 +1,49 @@
+# What `cmake --install` gives: the library with its headers, pkg-config file and CMake package,
+# the programs, the providers in a folder of their own, and sample settings that name them.
+# Everything finds the library relative to itself, so the prefix may be moved.
+include(CMakePackageConfigHelpers)
+
+set(ZN_INSTALL_DATADIR ${CMAKE_INSTALL_LIBDIR}/znmira)  # the sample's InstallDir
+set(ZN_INSTALL_PROVIDERSDIR ${ZN_INSTALL_DATADIR}/providers)
+set(ZN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/znmira)
+
+install(TARGETS znmira EXPORT znmiraTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN "*.h")
+
+foreach(program znctl)
+  if(TARGET ${program})
+    set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
+endforeach()
+foreach(provider hostinv example)
+  if(TARGET ${provider})
+    set_target_properties(${provider} PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
+    install(TARGETS ${provider} LIBRARY DESTINATION ${ZN_INSTALL_PROVIDERSDIR})
+  endif()
+endforeach()
+
+# pkg-config
+file(RELATIVE_PATH ZN_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" ZN_PC_PREFIX "${ZN_PC_PREFIX}")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/znmira.pc.in ${PROJECT_BINARY_DIR}/znmira.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/znmira.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# find_package(znmira)
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/znmiraConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/znmiraConfig.cmake INSTALL_DESTINATION ${ZN_INSTALL_CMAKEDIR}
+  PATH_VARS ZN_INSTALL_PROVIDERSDIR)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/znmiraConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/znmiraConfig.cmake
+  ${PROJECT_BINARY_DIR}/znmiraConfigVersion.cmake DESTINATION ${ZN_INSTALL_CMAKEDIR})
+install(EXPORT znmiraTargets NAMESPACE znmira:: DESTINATION ${ZN_INSTALL_CMAKEDIR})
+
+# The sample settings are made at install time, when the prefix is known for certain.
+install(CODE "
+  set(installDir \"\${CMAKE_INSTALL_PREFIX}/${ZN_INSTALL_DATADIR}\")
+  configure_file(\"${CMAKE_CURRENT_LIST_DIR}/settings.toml.in\"
+    \"${PROJECT_BINARY_DIR}/settings.toml\" @ONLY)
+  file(INSTALL \"${PROJECT_BINARY_DIR}/settings.toml\"
+    DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/znmira\")")

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Installs into a fresh prefix, moves the prefix, copies the example provider and the client out of
+# the tree, builds both twice (pkg-config and find_package) and runs each client with each provider
+# loaded through a settings file.
+# Usage: build_outside.sh SOURCE-TREE BUILD-TREE CMAKE
+set -euo pipefail
+source_tree=$1 build_tree=$2 cmake=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+unset ZN_SETTINGS LD_LIBRARY_PATH PKG_CONFIG_PATH CMAKE_PREFIX_PATH
+
+"$cmake" --install "$build_tree" --prefix "$work/first" >"$work/install.log"
+mv "$work/first" "$work/prefix"  # nothing may depend on where it was installed
+prefix=$work/prefix
+cp -r "$source_tree/providers/example" "$work/example"
+cp -r "$source_tree/tests/integration/outside/client" "$work/client"
+
+for file in share/znmira/settings.toml lib/libznmira.so.3 include/zn/znmira.h \
+  lib/znmira/providers/libexample.so; do
+  [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
+done
+
+# Runs a client with a settings file of its own that loads one provider.
+Run() {  # Run NAME CLIENT PROVIDER-LIBRARY
+  local home=$work/run-$1
+  mkdir -p "$home"
+  printf '%s\n' "InstallDir = \"$home\"" '[ProviderGroup]' '[Providers.example]' \
+    "ImageFile = \"$3\"" >"$home/settings.toml"
+  echo "--- $1"
+  ZN_SETTINGS=$home/settings.toml "$2"
+}
+
+echo "--- pkg-config"
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+flags=$(pkg-config --cflags znmira) libraries=$(pkg-config --libs znmira)
+[ "$(pkg-config --modversion znmira)" = 3.0.0 ]
+mkdir "$work/plain"
+# shellcheck disable=SC2086  # the flags are words
+{
+  g++ -std=c++20 -O1 -fPIC -shared -Wall -Wextra -Werror $flags "$work/example/example.cpp" \
+    -o "$work/plain/libexample.so" $libraries -Wl,-z,defs
+  gcc -std=c11 -O1 -Wall -Wextra -Wpedantic -Werror $flags "$work/client/client.c" \
+    -o "$work/plain/client" $libraries -Wl,-rpath,"$prefix/lib"
+}
+Run pkg-config "$work/plain/client" "$work/plain/libexample.so"
+
+echo "--- find_package"
+for folder in example client; do
+  "$cmake" -S "$work/$folder" -B "$work/built-$folder" -DCMAKE_PREFIX_PATH="$prefix" \
+    >"$work/$folder.log" 2>&1 && "$cmake" --build "$work/built-$folder" >>"$work/$folder.log" 2>&1 ||
+    { cat "$work/$folder.log"; exit 1; }
+done
+Run find-package "$work/built-client/client" "$work/built-example/libexample.so"
+
+# The installed provider, by its bare name, from the providers folder of the installation.
+sed "s|^InstallDir.*|InstallDir = \"$prefix/lib/znmira\"|; /^\[Providers/,\$d" \
+  "$prefix/share/znmira/settings.toml" >"$work/installed.toml"
+printf '%s\n' '[Providers.example]' 'ImageFile = "example"' >>"$work/installed.toml"
+echo "--- installed provider"
+ZN_SETTINGS=$work/installed.toml "$work/built-client/client"
