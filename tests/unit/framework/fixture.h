@@ -4,11 +4,7 @@
 // the exported frames hold it.
 #pragma once
 
-#include <unistd.h>
-
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,8 +14,7 @@
 #include "framework/common/zntypeobject/typemanager.h"
 #include "framework/common/zntypeobject/typeobject.h"
 #include "support/common/fastlock.h"
-#include "support/common/zndebug.h"
-#include "zn/trace.h"
+#include "tests/unit/framework/trace_capture.h"
 
 namespace zn::test {
 
@@ -33,36 +28,6 @@ namespace zn::test {
   FormatGuid(id, text.data());
   return text;
 }
-
-// The lines traced, from the given level on, while the object lives.
-class TraceCapture {
- public:
-  explicit TraceCapture(int level = 1)
-      : path_("/tmp/zn_trace_" + std::to_string(getpid()) + ".log") {
-    OpenTrace(path_, {level, 0, true});
-  }
-  ~TraceCapture() {
-    ZnTraceClose();
-    static_cast<void>(unlink(path_.c_str()));
-  }
-  TraceCapture(const TraceCapture&) = delete;
-  TraceCapture& operator=(const TraceCapture&) = delete;
-
-  // The messages so far, without the time in front.
-  [[nodiscard]] std::vector<std::string> Messages() const {
-    constexpr std::string_view kMark = " :  ";
-    std::vector<std::string> messages;
-    std::ifstream file(path_);
-    for (std::string line; std::getline(file, line);) {
-      const size_t mark = line.find(kMark);
-      if (mark != std::string::npos) messages.push_back(line.substr(mark + kMark.size()));
-    }
-    return messages;
-  }
-
- private:
-  std::string path_;
-};
 
 // One change as it waits for the clients.
 struct Told {

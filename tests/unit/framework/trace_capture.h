@@ -1,57 +1,52 @@
-// Collects the trace lines of a test: tracing runs at level 1 into a file of its own.
+// The lines that a piece of code traces.
 #pragma once
 
 #include <unistd.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <fstream>
-#include <sstream>
 #include <string>
+#include <string_view>
+#include <vector>
 
-#include "zn/settings.h"
+#include "support/common/zndebug.h"
 #include "zn/trace.h"
 
 namespace zn::test {
 
+// The lines traced, from the given level on, while the object lives.
 class TraceCapture {
  public:
-  TraceCapture() {
-    char path[] = "/tmp/znmira-trace-XXXXXX";
-    const int file = mkstemp(path);
-    if (file >= 0) close(file);
-    path_ = path;
-    char settings[] = "/tmp/znmira-settings-XXXXXX";
-    const int settingsFile = mkstemp(settings);
-    if (settingsFile >= 0) close(settingsFile);
-    settings_ = settings;
-    std::ofstream(settings_) << "[Tracing.znmira]\nTRACELEVEL = 1\nTraceFile = \"" << path_
-                             << "\"\n";
-    setenv("ZN_SETTINGS", settings_.c_str(), 1);
-    static_cast<void>(ZnTraceInit(u"znmira", 0, nullptr));
+  explicit TraceCapture(int level = 1)
+      : path_("/tmp/zn_trace_" + std::to_string(getpid()) + ".log") {
+    OpenTrace(path_, {level, 0, true});
   }
   ~TraceCapture() {
     ZnTraceClose();
-    unsetenv("ZN_SETTINGS");
-    unlink(path_.c_str());
-    unlink(settings_.c_str());
+    static_cast<void>(unlink(path_.c_str()));
   }
   TraceCapture(const TraceCapture&) = delete;
   TraceCapture& operator=(const TraceCapture&) = delete;
 
-  [[nodiscard]] std::string Text() const {
-    std::ifstream file(path_);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
+  // Whether one of the messages so far is exactly that one.
+  [[nodiscard]] bool Has(std::string_view message) const {
+    const std::vector<std::string> messages = Messages();
+    return std::find(messages.begin(), messages.end(), message) != messages.end();
   }
-  // Whether a line ends with exactly that message.
-  [[nodiscard]] bool Has(const std::string& message) const {
-    return Text().find(" :  " + message + "\n") != std::string::npos;
+  // The messages so far, without the time in front.
+  [[nodiscard]] std::vector<std::string> Messages() const {
+    constexpr std::string_view kMark = " :  ";
+    std::vector<std::string> messages;
+    std::ifstream file(path_);
+    for (std::string line; std::getline(file, line);) {
+      const size_t mark = line.find(kMark);
+      if (mark != std::string::npos) messages.push_back(line.substr(mark + kMark.size()));
+    }
+    return messages;
   }
 
  private:
   std::string path_;
-  std::string settings_;
 };
 
 }  // namespace zn::test

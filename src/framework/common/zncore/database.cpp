@@ -15,23 +15,9 @@ namespace zn {
 
 namespace {
 
-// Eight bytes at a time; the length counts, since blocks are compared by length first.
+// The length counts too, since blocks are compared by length first.
 u64 KeyHash(std::string_view block) noexcept {
-  constexpr u64 kMultiplier = 0x9E3779B97F4A7C15ull;
-  u64 hash = block.size() * kMultiplier;
-  size_t at = 0;
-  for (; block.size() - at >= 8; at += 8) {
-    u64 word = 0;
-    std::memcpy(&word, block.data() + at, 8);
-    hash = (hash ^ word) * kMultiplier;
-    hash ^= hash >> 29;
-  }
-  if (at < block.size()) {
-    u64 word = 0;
-    std::memcpy(&word, block.data() + at, block.size() - at);
-    hash = (hash ^ word) * kMultiplier;
-  }
-  return MixHash(hash);
+  return HashBytes(block.data(), block.size());
 }
 
 // Keeps changes from being told for a scope.

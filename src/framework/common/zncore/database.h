@@ -152,6 +152,10 @@ class Database {
   [[nodiscard]] u32 SequenceDepth() const noexcept { return sequenceDepth_; }
   [[nodiscard]] const UpdateQueue& PendingEvents() const noexcept { return pendingEvents_; }
 
+  // Makes the object that a marshalled one describes, if the database does not hold its id: in the
+  // tables and indexes, announced to nobody. ZNE_TYPE_NOT_FOUND, or ZNE_INVALID_ARGUMENTS for a set
+  // of another shape.
+  [[nodiscard]] u32 InstallObject(const PropertySet& form);
   // The whole object as a set: id, type, flags, data, contained types, visible relations,
   // interfaces, creator.
   void MarshalObject(const DBNode& object, PropertySet* out);

@@ -1,0 +1,91 @@
+// A private database as one property set: "DatabaseId", "Types" (property forms, supertypes first),
+// "Objects" (whole objects, hidden ones left out). Reading it back installs the types, then the
+// objects that the database does not hold yet.
+#include "framework/common/zncore/database_value.h"
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "framework/common/zncore/database.h"
+#include "framework/common/zntypeobject/typeobject.h"
+#include "support/common/handle.h"
+#include "zn/db.h"
+
+namespace zn {
+
+namespace {
+
+Value TypeList(Database& database) {
+  std::vector<Value> types;
+  for (PropertySet& form : database.Types().DumpTypeGraph()) {
+    types.push_back(Value::Set(ZN_TYPE_TYPE_OBJECT, std::move(form)));
+  }
+  return Value::Array(ZN_TYPE_TYPE_OBJECT, std::move(types));
+}
+
+Value ObjectList(Database& database) {
+  std::vector<Value> objects;
+  TypeObject* root = database.Types().FindType(kRootTypeName);
+  std::vector<DBNode*> nodes;
+  if (root != nullptr) root->CollectInstances(&nodes);
+  for (const DBNode* node : nodes) {
+    if (node->IsHidden()) continue;
+    PropertySet form;
+    database.MarshalObject(*node, &form);
+    objects.push_back(Value::Set(ZN_TYPE_OBJECT, std::move(form)));
+  }
+  return Value::Array(ZN_TYPE_OBJECT, std::move(objects));
+}
+
+// Elements of a list property, whatever tag of set they have; none when it is missing.
+const std::vector<Value>* ListOf(const PropertySet& set, std::string_view name) noexcept {
+  const Property* list = set.Find(name);
+  if (list == nullptr || !list->GetValue().IsArray()) return nullptr;
+  const std::vector<Value>& elements = list->GetValue().AsArray();
+  const bool ofSets = elements.empty() || elements[0].Tag() == ZN_TYPE_PROPSET ||
+                      elements[0].Tag() == ZN_TYPE_OBJECT ||
+                      elements[0].Tag() == ZN_TYPE_TYPE_OBJECT;
+  return ofSets ? &elements : nullptr;
+}
+
+}  // namespace
+
+bool MarshalPrivateDatabase(ZnHandle handle, PropertySet* out) {
+  if (!IsValidHandle(handle, HANDLE_DATABASE)) return false;
+  auto& database = *HandleThing<Database>(handle);
+  if ((database.Flags() & DB_PRIVATE) == 0) return false;
+  PropertySet set;
+  set.Put("DatabaseId", Value::Id(database.GetId()));
+  set.Put("Types", TypeList(database));
+  set.Put("Objects", ObjectList(database));
+  *out = std::move(set);
+  return true;
+}
+
+u32 UnmarshalDatabase(const PropertySet& set, Database& database) {
+  const Value* id = set.FindValue("DatabaseId", ZN_TYPE_OBJECT_ID);
+  const std::vector<Value>* types = ListOf(set, "Types");
+  const std::vector<Value>* objects = ListOf(set, "Objects");
+  if (id == nullptr || types == nullptr || objects == nullptr) return ZNE_INVALID_ARGUMENTS;
+  database.SetId(id->AsId());
+  for (const Value& type : *types) {
+    ZN_RETURN_IF_FAILED(database.Types().InstallType(type.AsSet()));
+  }
+  for (const Value& object : *objects) {
+    ZN_RETURN_IF_FAILED(database.InstallObject(object.AsSet()));
+  }
+  return ZN_OK;
+}
+
+ZnHandle UnmarshalPrivateDatabase(const PropertySet& set) {
+  ZnHandle handle = nullptr;
+  if (ZN_FAILED(DbCreatePrivateDatabase(&handle))) return nullptr;
+  if (ZN_FAILED(UnmarshalDatabase(set, *HandleThing<Database>(handle)))) {
+    static_cast<void>(DbDeletePrivateDatabase(handle));
+    return nullptr;
+  }
+  return handle;
+}
+
+}  // namespace zn
