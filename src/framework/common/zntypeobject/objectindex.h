@@ -1,6 +1,10 @@
-// Indexes: from the values of one property of one declaring type to the objects that have them. One
-// class per indexable tag stands behind a factory table: boolean, int32, uint32, int64, time,
-// uint64, string, widestring, guid and object id. Every call runs under FAST_LOCK.
+// Indexes: from the values of one property of one declaring type to the objects that have them. A
+// factory table gives an index for each indexable tag: boolean, int32, uint32, int64, time, uint64,
+// string, widestring, guid and object id. Every call runs under FAST_LOCK.
+//
+// A value may be shared by one object or by a million ("State" of everything), and an index lives
+// through as many removals as additions, so adding, removing and finding are constant time whatever
+// the number of values and however many objects share one.
 #pragma once
 
 #include <memory>
@@ -20,13 +24,18 @@ class ObjectIndex {
   ObjectIndex(const ObjectIndex&) = delete;
   ObjectIndex& operator=(const ObjectIndex&) = delete;
 
+  // Enters the node under that value; a pair that is there stays once. A value of another tag than
+  // the index's is left out, here and in the other calls.
   virtual void Add(const Value& value, DBNode* node) = 0;
   void Update(const Value& oldValue, const Value& newValue, DBNode* node) {
     Remove(oldValue, node);
     Add(newValue, node);
   }
-  // Appends every node with that value.
+  // Appends every node with that value, in no particular order.
   virtual void Find(const Value& value, std::vector<DBNode*>* out) const = 0;
+  // How many nodes Find would append.
+  [[nodiscard]] virtual size_t Count(const Value& value) const noexcept = 0;
+  // No effect for a pair that is not there.
   virtual void Remove(const Value& value, DBNode* node) noexcept = 0;
 };
 
