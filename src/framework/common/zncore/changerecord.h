@@ -49,6 +49,11 @@ class UpdateQueue {
 
  private:
   using RecordMap = std::map<InternedId, ChangeRecord*>;
+  enum class OnRepeat;
+  struct MergeRow;
+
+  // How a record merges, or null for one that is queued as it is.
+  [[nodiscard]] static const MergeRow* FindRow(const ChangeRecord& record) noexcept;
 
   std::vector<std::unique_ptr<ChangeRecord>> records_;
   RecordMap addedIds_;

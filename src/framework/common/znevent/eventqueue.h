@@ -2,6 +2,10 @@
 // order in which they were queued: wait events, registered providers, then the database's event
 // callback. The change thread hands marshalled changes to the database's change callback, strictly
 // in queue order. No callback runs with the bus lock held.
+//
+// Both queues lie under one leaf mutex, together with the stop flag, so that no wake is lost; it is
+// taken under FAST_LOCK or alone. A thread takes over all that is queued at once (a batch). The
+// blocks of events: eventrecord.h. Wait events: waitevent.cpp.
 #pragma once
 
 #include <memory>
@@ -19,7 +23,9 @@ class Provider;
 
 // False at the first failure. `parameter` goes to the event callbacks. A second start is ignored.
 [[nodiscard]] bool StartEventThreads(u32 parameter);
-// Ends both threads; what is still queued is dropped. Releases the bus lock while it waits.
+// Ends both threads; what is still queued is dropped, callbacks that run are waited for. Releases
+// the bus lock while it waits. Called on one of the two threads it only tells them to end: the next
+// stop or start waits for them.
 void StopEventThreads() noexcept;
 [[nodiscard]] bool EventThreadsRunning() noexcept;
 

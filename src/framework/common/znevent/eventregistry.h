@@ -3,7 +3,7 @@
 //
 // The tree has one node per token of a pattern; leaves are provider registrations, one per provider
 // and node. Trailing "*" tokens of a pattern are dropped, since a pattern matches every topic that
-// extends it.
+// extends it. Branches that become empty stay: the tree only grows.
 #pragma once
 
 #include <memory>
@@ -17,6 +17,10 @@ namespace zn {
 class Database;
 class Provider;
 class EventNode;
+class TopicTokens;
+class TypeObject;
+struct EventEntry;
+struct EventRegistration;
 
 // A caller that waits: the event it sleeps on and the test that wakes it.
 struct WaitEntry {
@@ -39,10 +43,13 @@ class EventRegistry {
   [[nodiscard]] u32 Add(Provider& provider, std::string_view pattern, ZnHandle* registration);
   // ZNE_INVALID_ARGUMENTS for a bad handle, ZNE_UNEXPECTED for a leaf that is gone.
   [[nodiscard]] u32 Remove(ZnHandle registration);
-  // Every registration of a provider that goes.
+  // Every registration of a provider that goes, here and in the other databases of the process. A
+  // registration handle of it may still be given to Remove, which then succeeds.
   void RemoveProvider(const Provider& provider) noexcept;
-  // Handles of the providers that hear the topic, each once. ZNE_EVENT_NOT_FOUND for a topic with a
-  // "*" token, which nobody hears.
+  // Counts up when a provider goes: what Collect found before may hold a handle too many.
+  [[nodiscard]] u64 ProviderRemovals() const noexcept { return providerRemovals_; }
+  // Handles of the providers that hear the topic, each once, in handle order. ZNE_EVENT_NOT_FOUND for a topic with a
+  // "*" token, which nobody hears; then and on success `out` is replaced.
   [[nodiscard]] u32 Collect(Database& database, std::string_view topic,
                             std::vector<ZnHandle>* out) const;
   void Dump() const;  // to the standard output, for diagnosis
@@ -50,9 +57,25 @@ class EventRegistry {
   [[nodiscard]] std::vector<WaitEntry>& Waits() noexcept { return waits_; }
 
  private:
+  // The nodes that a walk stands on at one depth.
+  using Frontier = std::vector<const EventNode*>;
+
+  [[nodiscard]] u32 NewHandle(const std::shared_ptr<EventEntry>& entry, ZnHandle* out);
+  void WithdrawLeavesOf(ZnHandle provider);
+  void Descend(Database& database, const TopicTokens& tokens, size_t depth,
+               const EventNode& node) const;
+  void DescendByType(Database& database, std::string_view typeName, const EventNode& node) const;
+
   std::unique_ptr<EventNode> root_;
   size_t leafCount_ = 0;
+  u64 providerRemovals_ = 0;
   std::vector<WaitEntry> waits_;
+  std::vector<std::unique_ptr<EventRegistration>> registrations_;
+  // Leaves of providers that went: no longer in the tree, kept for the handles on them.
+  std::vector<std::shared_ptr<EventEntry>> withdrawn_;
+  mutable Frontier frontier_;  // scratch of Collect
+  mutable Frontier next_;
+  mutable std::vector<const TypeObject*> lineage_;
 };
 
 }  // namespace zn
