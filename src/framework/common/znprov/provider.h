@@ -3,7 +3,7 @@
 // not in the object table. Every call runs under FAST_LOCK; the slots run with it released.
 #pragma once
 
-#include <string>
+#include <memory>
 #include <string_view>
 
 #include "framework/common/widestring/widestring.h"
@@ -33,10 +33,13 @@ struct ProviderCallArguments {
 
 class Provider final : public BaseObject {
  public:
-  // `library` is the module's handle; the provider takes a reference of its own. Null for a program
-  // that registered itself, and for a provider that came over the wire.
+  // `library` is a shared reference to the module, which is unloaded with the last one: the
+  // provider has one, and so has every slot while it runs. Null for a program that registered
+  // itself, and for a provider that came over the wire. Of a built-in provider Call and Event alone
+  // are kept.
   Provider(Database* database, TypeObject* type, std::u16string_view name,
-           const ProviderCallbacks& callbacks, void* library, bool isBuiltIn);
+           const ProviderCallbacks& callbacks, std::shared_ptr<void> library, bool isBuiltIn);
+  // Releases the bus lock while the library is unloaded.
   ~Provider() override;
 
   [[nodiscard]] Database& GetDatabase() const noexcept { return *database_; }
@@ -57,10 +60,11 @@ class Provider final : public BaseObject {
   // may be gone afterwards.
   [[nodiscard]] u32 Call(const ProviderCallArguments& call, const ObjectId& taskId,
                          ZnHandle* answeringProvider);
+  // The other slots, with the same guard and the same statuses; a stop does not refuse them.
   [[nodiscard]] u32 Initialize();
   [[nodiscard]] u32 Shutdown();
   [[nodiscard]] u32 SendEvent(const EventRecord* event);
-  // The version text, empty without the slot.
+  // The version text: empty without the slot, after a failure, and for a text that cannot be read.
   [[nodiscard]] WideString GetVersion();
 
  private:
@@ -68,7 +72,7 @@ class Provider final : public BaseObject {
   OwnedHandle handle_;
   WideString name_;
   ProviderCallbacks callbacks_;
-  void* library_;
+  std::shared_ptr<void> library_;
   bool isBuiltIn_;
   bool registered_ = false;
   String clientExtension_;
@@ -77,7 +81,10 @@ class Provider final : public BaseObject {
 
 // Provider calls running now, and the flag that refuses further ones. Under FAST_LOCK.
 [[nodiscard]] u32 CallsInProgress() noexcept;
-void SetShuttingDown(bool shuttingDown) noexcept;
+void SetShuttingDown(bool stopping) noexcept;
 [[nodiscard]] bool IsShuttingDown() noexcept;
+// Returns when no call is running, however long that takes: after SetShuttingDown(true). Releases
+// the bus lock while it waits; not from a provider call, which would wait for itself.
+void WaitForCallsToEnd() noexcept;
 
 }  // namespace zn

@@ -1,0 +1,159 @@
+// Provider calls: see the header.
+#include "framework/common/znprov/providercall.h"
+
+#include <utility>
+
+#include "framework/common/znprov/databaseref.h"
+#include "framework/common/znprov/task.h"
+#include "support/common/fastlock.h"
+#include "support/common/status.h"
+#include "support/common/trace.h"
+
+namespace zn {
+
+namespace {
+
+// Holds an update sequence of a database that may be deleted meanwhile.
+class SequenceScope {
+ public:
+  explicit SequenceScope(Database& database) noexcept : database_(database) {
+    database.BeginUpdateSequence();
+  }
+  ~SequenceScope() {
+    Database* database = database_.Find();
+    if (database != nullptr) database->EndUpdateSequence();
+  }
+  SequenceScope(const SequenceScope&) = delete;
+  SequenceScope& operator=(const SequenceScope&) = delete;
+  [[nodiscard]] Database* Find() const noexcept { return database_.Find(); }
+
+ private:
+  DatabaseRef database_;
+};
+
+// The task of an asynchronous call, from before the call to its answer.
+struct CallTask {
+  ObjectId id{};
+  const void* token = nullptr;
+};
+
+[[nodiscard]] bool IsAsynchronous(const ProviderCallArguments& call) noexcept {
+  return (call.flags & ZN_CALL_ASYNCHRONOUS) != 0;
+}
+
+void AbandonTask(Database* database, const CallTask& task, u32 status) {
+  ForgetTask(task.token);
+  DBNode* node = database == nullptr ? nullptr : database->FindCached(task.id);
+  if (node == nullptr) return;
+  static_cast<void>(node->SetProperty(Property("Result", Value::UInt32(status))));
+  DeleteTask(*database, task.id);
+}
+
+// Makes the task and turns the call's callback and context into those the provider gets.
+[[nodiscard]] u32 SetUpTask(Database& database, Provider& provider, ObjectId* parentAndTask,
+                            ProviderCallArguments* call, CallTask* task) {
+  DBNode* parent = nullptr;
+  if (parentAndTask != nullptr && !IsZeroGuid(*parentAndTask)) {
+    parent = database.FindObject(*parentAndTask);
+    if (parent == nullptr) {
+      ZN_TRACE(3, "ZnAPI:PrCallProvider: Invalid parent task object");
+      return ZNE_INVALID_ARGUMENTS;
+    }
+  }
+  ZN_RETURN_IF_FAILED(CreateTaskObject(database, provider, *call, &task->id));
+  if (parent != nullptr) static_cast<void>(parent->AddChild(InternedId(task->id)));
+  if (parentAndTask != nullptr) *parentAndTask = task->id;
+  call->context = RememberTask(database, provider.GetId(), task->id, call->callback, call->context);
+  call->callback = &ReportTaskProgress;
+  task->token = call->context;
+  return ZN_OK;
+}
+
+// The provider may have destroyed the set, and the task may be over already.
+void StoreOutput(Database* database, const CallTask& task, ZnHandle out) {
+  DBNode* node = database == nullptr ? nullptr : database->FindCached(task.id);
+  if (node == nullptr || !IsValidHandle(out, HANDLE_PROPSET)) return;
+  Value output = Value::Set(PropertySet(*HandleThing<PropertySet>(out)));
+  static_cast<void>(node->SetProperty(Property("OutData", std::move(output))));
+}
+
+[[nodiscard]] u32 CallAsynchronously(const SequenceScope& sequence, Provider& provider,
+                                     ProviderCallArguments call, ObjectId* taskResult,
+                                     ZnHandle* answering) {
+  CallTask task;
+  ZN_RETURN_IF_FAILED(SetUpTask(*sequence.Find(), provider, taskResult, &call, &task));
+  const u32 status = provider.Call(call, task.id, answering);
+  if (ZN_FAILED(status)) {
+    AbandonTask(sequence.Find(), task, status);
+  } else {
+    StoreOutput(sequence.Find(), task, call.out);
+  }
+  return status;
+}
+
+}  // namespace
+
+Database* DatabaseOfCall(const Provider& provider) noexcept {
+  Database* system = ZnGetSystemDatabase();
+  const bool isClientCopy = !provider.GetDatabase().IsLocal();
+  if (system != nullptr && !isClientCopy) return system;
+  if ((provider.GetFlags() & OBJECT_CLIENT_LOCAL) == 0) {
+    ZN_TRACE(3, "ZnAPI:PrCallProvider: Client database with non-client provider");
+    return nullptr;
+  }
+  if (system != nullptr) return system;
+  if (!IsValidHandle(provider.GetDatabase().Handle(), HANDLE_DATABASE)) {
+    ZN_TRACE(3, "ZnAPI:PrCallProvider: Unable to get database from hProvider");
+    return nullptr;
+  }
+  return &provider.GetDatabase();
+}
+
+u32 CallProvider(Database& database, Provider& provider, const ProviderCallArguments& call,
+                 const ProviderCallResults& results) {
+  const InternedId called = provider.GetId();
+  const bool isAsynchronous = IsAsynchronous(call);
+  ZnHandle answering = nullptr;
+  u32 status = ZN_OK;
+  {
+    const SequenceScope sequence(database);
+    status = isAsynchronous ? CallAsynchronously(sequence, provider, call, results.task, &answering)
+                            : provider.Call(call, ObjectId{}, &answering);
+  }
+  if (ZN_FAILED(status)) {
+    *results.provider = ObjectId{};
+    if (isAsynchronous && results.task != nullptr) *results.task = ObjectId{};
+    return status;
+  }
+  const bool another = IsValidHandle(answering, HANDLE_PROVIDER);
+  *results.provider = (another ? HandleThing<Provider>(answering)->GetId() : called).Value();
+  return status;
+}
+
+u32 ForwardProviderCall(Database& database, const ProviderCallArguments& call,
+                        const ProviderCallResults& results) {
+  PropertySet request;
+  request.Put("ObjectId", Value::Id(call.object));
+  request.Put("InterfaceId", Value::Guid(*call.interfaceId));
+  request.Put("MajorCode", Value::UInt32(call.majorCode));
+  request.Put("MinorCode", Value::UInt32(call.minorCode));
+  request.Put("Data", Value::Set(PropertySet(*HandleThing<PropertySet>(call.in))));
+  request.Put("Flags", Value::UInt32(call.flags));
+  request.Put("Reserved", Value::UInt32(call.reserved));
+  PropertySet output(*HandleThing<PropertySet>(call.out));
+  const DatabaseCallbacks& callbacks = database.Callbacks();
+  const auto forward = callbacks.forwardProviderCall;
+  void* const context = callbacks.context;
+  u32 status = ZN_OK;
+  {
+    const BusRelease release;
+    status = forward(request, results.provider, results.task, &output, context);
+  }
+  // The caller's set may have been destroyed while the connection was waited for.
+  if (IsValidHandle(call.out, HANDLE_PROPSET)) {
+    HandleThing<PropertySet>(call.out)->Swap(output);
+  }
+  return status;
+}
+
+}  // namespace zn
