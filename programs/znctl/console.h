@@ -1,0 +1,62 @@
+// What every verb works with: the terminal, the form of the output and the session, which is opened
+// on first use. Verbs add themselves to the command line (CLI11) and leave what to run in Command.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "bus_source.h"
+#include "session.h"
+#include "terminal.h"
+
+namespace CLI {
+class App;
+}
+
+namespace zn::ctl {
+
+class Console {
+ public:
+  explicit Console(const Terminal& terminal) : terminal_(terminal) {}
+
+  bool json = false;
+  bool local = false;
+
+  const Terminal& Screen() const { return terminal_; }
+  const Database& Bus();
+  BusSource& Objects();
+  bool BusEndsWithProgram();
+
+  // The object that the user named, with what is known of it.
+  Id Resolve(const std::string& text) { return ResolveObject(Objects(), text); }
+  // "name" in messages: the path of the object.
+  std::string Describe(const Id& id);
+
+ private:
+  void WarnOfFailedProviders();
+
+  Terminal terminal_;
+  std::unique_ptr<Session> session_;
+  std::unique_ptr<BusSource> source_;
+};
+
+// The verb that the command line chose; its result is the exit code.
+using Command = std::function<int(Console&)>;
+
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitUsage = 2;
+
+void AddTreeVerbs(CLI::App& app, Command* command);      // tree, list, groups
+void AddObjectVerbs(CLI::App& app, Command* command);    // show, get, set
+void AddTypeVerbs(CLI::App& app, Command* command);      // types, type
+void AddProviderVerbs(CLI::App& app, Command* command);  // providers
+void AddCallVerbs(CLI::App& app, Command* command);      // call, refresh
+void AddWatchVerbs(CLI::App& app, Command* command);     // watch
+void AddSettingsVerbs(CLI::App& app, Command* command);  // settings
+
+// Entries of a list as the system provider keeps them, each followed by a comma.
+std::vector<std::string> SplitProviderList(const std::string& text);
+
+}  // namespace zn::ctl

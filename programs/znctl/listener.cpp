@@ -1,0 +1,73 @@
+// The listener's provider. Its slots run on bus threads: they copy and push, nothing else, so that
+// no other receiver waits for the terminal.
+#include "listener.h"
+
+#include <fmt/format.h>
+
+#include "failure.h"
+#include "inbox.h"
+#include "text.h"
+#include "zn/ev.h"
+#include "zn/init.h"
+#include "zn/ob.h"
+#include "zn/status.h"
+
+namespace zn::ctl {
+namespace {
+
+u32 OnCall(ObjectId, u32, u32, ZnHandle, ZnHandle, u32, u32, void*, TaskCallback, const GUID*,
+           const ObjectId*, ZnHandle*) {
+  return ZNE_NOT_IMPLEMENTED;
+}
+
+u32 OnInitialize(ZnHandle, ZnHandle, u32, u32) {
+  return ZN_OK;
+}
+u32 OnShutdown(ZnHandle) {
+  return ZN_OK;
+}
+
+u32 OnEvent(const EventRecord* record) {
+  BusEvent event;
+  event.time = std::chrono::system_clock::now();
+  event.topic = record->topic == nullptr ? "" : record->topic;
+  ZnHandle data = nullptr;
+  if (record->size == sizeof(EventRecord)) {
+    data = record->data;
+    if (record->provider != nullptr) event.raisedBy = NameOfProvider(record->provider);
+  } else {
+    const auto* change = reinterpret_cast<const LocalEventRecord*>(record);
+    event.object = Id{change->objectId};
+    event.isObjectChange = !event.object.IsZero();
+    event.type = change->typeName == nullptr ? "" : change->typeName;
+    data = (change->flags & EVENT_HAS_DATA) != 0 ? change->data : nullptr;
+  }
+  event.hasData = data != nullptr;
+  if (event.hasData) event.data = ReadPropset(data);
+  Inbox::Get().Push(std::move(event));
+  return ZN_OK;
+}
+
+}  // namespace
+
+Listener::Listener(const Database& database, const std::string& pattern) : database_(database) {
+  ProviderCallbacks callbacks{};
+  callbacks.Call = OnCall;
+  callbacks.Initialize = OnInitialize;
+  callbacks.Shutdown = OnShutdown;
+  callbacks.Event = OnEvent;
+  const std::u16string name = ToUtf16(kListenerName);
+  Check(ZnRegisterAsProvider(database.Handle(), name.c_str(), &callbacks, &provider_),
+        "listen to events");
+  if (provider_ == nullptr) provider_ = database.ProviderByName(kListenerName);
+  ownId_ = IdOfProvider(provider_);
+  ObSetFlags(database.Handle(), ownId_.guid, OBJECT_HIDDEN);
+  Check(EvRegisterEvent(database.Handle(), provider_, pattern.c_str(), &registration_),
+        fmt::format("listen to \"{}\"", Printable(pattern)));
+}
+
+Listener::~Listener() {
+  if (registration_ != nullptr) EvUnregisterEvent(database_.Handle(), registration_);
+}
+
+}  // namespace zn::ctl
