@@ -9,8 +9,8 @@ ZN_EXTERN_C_BEGIN
 #define ZN_REG_SZ 1u        /* zero-terminated UTF-16 */
 #define ZN_REG_EXPAND_SZ 2u /* the same; stored and read back as ZN_REG_SZ */
 #define ZN_REG_BINARY 3u
-#define ZN_REG_DWORD 4u     /* four bytes */
-#define ZN_REG_MULTI_SZ 7u  /* terminated texts one after the other, then an empty one */
+#define ZN_REG_DWORD 4u    /* four bytes */
+#define ZN_REG_MULTI_SZ 7u /* terminated texts one after the other, then an empty one */
 
 ZN_API u32 ZnRegOpenKeyEx(ZnHandle key, const ZnWChar* subKey, u32 options, u32 access,
                           ZnHandle* result);

@@ -38,4 +38,25 @@ void FormatTime(i64 seconds, char (&out)[kTimeTextSize]) noexcept;
 // The folder for temporary files, with a separator at its end.
 [[nodiscard]] std::string TemporaryFolder();
 
+// What ZnGetVersionString tells of the host: "Linux", its release, and its processor's number (the
+// machine number of the host's executables: 62 for x86-64, 183 for 64-bit ARM).
+struct HostVersion {
+  std::string name;
+  std::string release;
+  u32 processor = 0;
+};
+[[nodiscard]] HostVersion GetHostVersion();
+
+// The host's name; empty when there is none.
+[[nodiscard]] std::string GetHostName();
+
+// An environment variable; empty when it is not set.
+[[nodiscard]] std::string GetEnvironment(const char* name);
+
+// The user's profile folder without a separator at its end; empty when nothing names it.
+[[nodiscard]] std::string ProfileFolder();
+
+// Makes a folder for this user alone unless it is there; false when it cannot be had.
+[[nodiscard]] bool EnsureFolder(const std::string& path) noexcept;
+
 }  // namespace zn
