@@ -45,6 +45,8 @@ u32 ReadSupertypes(const ApiFrame& frame, Database& database, const char** names
 u32 CreateType(const TypeRequest& request) {
   return ApiCall(
       "ObCreateTypeObject", {.entry = false, .exit = false}, [&](ApiFrame& frame) -> u32 {
+        // Again under the lock: another thread may have destroyed one of them meanwhile.
+        ZN_RETURN_IF_FAILED(frame.Check(AreGoodArguments(request)));
         Database* database = nullptr;
         ZN_RETURN_UNLESS_OK(frame.OpenDatabase(request.hDb, &database));
         std::vector<std::string> supertypes;
