@@ -39,7 +39,7 @@ enum class UpdateQueue::OnRepeat { kReplace, kDrop };
 // a repeated one does. The rows are tried in this order.
 struct UpdateQueue::MergeRow {
   std::string_view topicPart;
-  RecordMap UpdateQueue::* queued;
+  RecordMap UpdateQueue::*queued;
   OnRepeat onRepeat;
 };
 

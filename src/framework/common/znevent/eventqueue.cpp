@@ -141,9 +141,7 @@ class EventThreads {
  public:
   [[nodiscard]] bool Start(u32 parameter);
   void Stop() noexcept;
-  [[nodiscard]] bool Accepts() const noexcept {
-    return accepting_.load(std::memory_order_relaxed);
-  }
+  [[nodiscard]] bool Accepts() const noexcept { return accepting_.load(std::memory_order_relaxed); }
   // False when the threads have ended meanwhile.
   [[nodiscard]] bool Append(QueuedEventPtr event) noexcept;
   void Append(QueuedChange change);
@@ -321,7 +319,8 @@ void EventThreads::DeliverBatch(EventList& batch) noexcept {
     current_ = event.get();
     try {
       delivery_.Deliver(*event, parameter_);
-    } catch (...) {  // out of memory, or a callback that throws: the event is lost, the thread stays
+    } catch (
+        ...) {  // out of memory, or a callback that throws: the event is lost, the thread stays
     }
   }
   current_ = nullptr;

@@ -48,7 +48,8 @@ class EventRegistry {
   void RemoveProvider(const Provider& provider) noexcept;
   // Counts up when a provider goes: what Collect found before may hold a handle too many.
   [[nodiscard]] u64 ProviderRemovals() const noexcept { return providerRemovals_; }
-  // Handles of the providers that hear the topic, each once, in handle order. ZNE_EVENT_NOT_FOUND for a topic with a
+  // Handles of the providers that hear the topic, each once, in handle order. ZNE_EVENT_NOT_FOUND
+  // for a topic with a
   // "*" token, which nobody hears; then and on success `out` is replaced.
   [[nodiscard]] u32 Collect(Database& database, std::string_view topic,
                             std::vector<ZnHandle>* out) const;

@@ -32,9 +32,8 @@ constexpr std::array<u8, 256> MakeCharacterTable() {
 constexpr std::array<u8, 256> kCharacters = MakeCharacterTable();
 
 bool AllOfClass(std::string_view text, u8 wanted) noexcept {
-  return std::all_of(text.begin(), text.end(), [wanted](char c) {
-    return (kCharacters[static_cast<u8>(c)] & wanted) != 0;
-  });
+  return std::all_of(text.begin(), text.end(),
+                     [wanted](char c) { return (kCharacters[static_cast<u8>(c)] & wanted) != 0; });
 }
 
 template <typename Take>
@@ -105,10 +104,9 @@ bool MatchTopic(Database* database, std::string_view topic, std::string_view pat
   const bool isObjectTopic = heard.IsObjectTopic();
   for (size_t i = 0; i < wanted.Count(); ++i) {
     if (wanted[i] == "*") continue;
-    const bool matches =
-        isObjectTopic && i == kTypeTokenIndex
-            ? database != nullptr && database->Types().TypeIsA(heard[i], wanted[i])
-            : heard[i] == wanted[i];
+    const bool matches = isObjectTopic && i == kTypeTokenIndex
+                             ? database != nullptr && database->Types().TypeIsA(heard[i], wanted[i])
+                             : heard[i] == wanted[i];
     if (!matches) return false;
   }
   return true;
