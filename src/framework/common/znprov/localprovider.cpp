@@ -68,6 +68,12 @@ u32 AddLocalProvider(Database& database, std::u16string_view name,
   return ZN_OK;
 }
 
+void EnterInGroups(Database& database, const Provider& provider) {
+  std::vector<DBNode*> groups;
+  if (ZN_FAILED(database.GetGroupsContaining(provider.GetTypeName().Text(), 0, &groups))) return;
+  for (DBNode* group : groups) static_cast<void>(group->AddChild(provider.GetId()));
+}
+
 void DiscardProvider(Database& database, ZnHandle handle) noexcept {
   Provider* provider = database.FindProviderByHandle(handle);
   if (provider == nullptr) return;

@@ -20,6 +20,10 @@ namespace zn {
                                           const ProviderCallbacks& callbacks,
                                           std::shared_ptr<void> library, bool isBuiltIn);
 
+// Makes the provider a child of the groups that say they contain providers. It lives outside the
+// object table, so the group's end alone knows of the relation. Under FAST_LOCK.
+void EnterInGroups(Database& database, const Provider& provider);
+
 // Deletes a provider with every object it owns, its tasks among them, without running its Shutdown.
 // No effect for a handle that is none. Under FAST_LOCK.
 void DiscardProvider(Database& database, ZnHandle provider) noexcept;

@@ -82,9 +82,7 @@ Provider::Provider(Database* database, TypeObject* type, std::u16string_view nam
 Provider::~Provider() {
   handle_.Reset();
   ForgetTasksOf(GetId());
-  if (library_ == nullptr) return;
-  const BusRelease release;  // unloading runs the library's own code
-  library_.reset();
+  library_.reset();  // with the last reference the library goes, and the lock is released for it
 }
 
 void Provider::SetExtensions(std::string_view clientExtension, std::string_view messageCatalog) {

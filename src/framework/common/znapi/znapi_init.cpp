@@ -1,0 +1,121 @@
+// ZnInitialize: the system database, the provider "system", groups and providers, in that order.
+#include <memory>
+#include <string>
+
+#include "framework/common/znapi/apiframe.h"
+#include "framework/common/znapi/framework.h"
+#include "framework/common/znevent/eventqueue.h"
+#include "framework/common/znevent/topic.h"
+#include "framework/common/znprov/loader.h"
+#include "framework/common/znprov/provider.h"
+#include "framework/common/znprov/systemprovider.h"
+#include "support/common/helpers.h"
+#include "zn/init.h"
+#include "zn/platform.h"
+#include "zn/settings.h"
+
+namespace zn {
+namespace {
+
+constexpr u32 kServerFlag = 1;
+
+std::u16string& InstallDir() noexcept {
+  static auto& directory = *new std::u16string;
+  return directory;
+}
+
+// The system database, made when there is none; whether it was.
+[[nodiscard]] bool MakeSystemDatabase(ZnChangeCallback change, ZnEventCallback event) {
+  if (ZnGetSystemDatabase() != nullptr) return false;
+  DatabaseCallbacks callbacks;
+  callbacks.changeCallback = change;
+  callbacks.eventCallback = event;
+  auto database = std::make_unique<Database>(DB_KEYED, callbacks);
+  SetSystemDatabase(database.get());
+  DatabaseList().push_back(std::move(database));
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:System database created");
+  return true;
+}
+
+void GiveSystemHandle(ZnHandle* out) noexcept {
+  if (out == nullptr) return;
+  Database* database = ZnGetSystemDatabase();
+  *out = database == nullptr ? nullptr : database->Handle();
+}
+
+void ReadServerFlags() noexcept {
+  u32 flags = 0;
+  static_cast<void>(ReadDwordSetting(HkeyMiraRoot(), nullptr, u"Flags", 0, &flags));
+  static_cast<void>(ZnSetServerFlags(flags));
+}
+
+[[nodiscard]] u32 MakeSystemProvider(Database& database) {
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:Creating system provider");
+  ZN_RETURN_IF_FAILED(CreateSystemProvider(database, kSystemProviderName));
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:System provider created");
+  return ZN_OK;
+}
+
+// The signal for providers that wait for all others.
+void RaiseLastPhase(Database& database) {
+  Provider* system = database.FindProviderByName(kSystemProviderName);
+  if (system == nullptr) return;
+  static_cast<void>(RaiseEvent(database, system->Handle(), InitializationTopic("lastphase"),
+                               PropertySet(), kRaiseFlags));
+}
+
+[[nodiscard]] u32 LoadProviders(Database& database) {
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:Loading registered providers");
+  ZN_RETURN_IF_FAILED(LoadRegisteredProviders(database, 0));
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:Provider loading complete");
+  return ZN_OK;
+}
+
+[[nodiscard]] u32 StartServer(ZnChangeCallback change, ZnEventCallback event, ZnHandle* out) {
+  if (IsShuttingDown()) return ZNE_SHUTDOWN_STARTED;
+  if (!StartFramework(0)) return ZNE_UNEXPECTED;
+  const bool isNew = MakeSystemDatabase(change, event);
+  GiveSystemHandle(out);
+  ReadServerFlags();
+  Database& database = *ZnGetSystemDatabase();
+  ZN_RETURN_IF_FAILED(MakeSystemProvider(database));
+  if (isNew) {
+    // Groups are an offer of the settings: a start without them goes on.
+    static_cast<void>(
+        database.LoadRegistryGroups(database.FindProviderByName(kSystemProviderName)));
+  }
+  ZN_RETURN_IF_FAILED(LoadProviders(database));
+  RaiseLastPhase(database);
+  if (ZN_FAILED(ReadTextSetting(HkeyMiraRoot(), nullptr, u"InstallDir", &InstallDir()))) {
+    return ZNE_UNEXPECTED;
+  }
+  // The last act: what the start itself created raises no change events.
+  database.RaiseNotifyEnable();
+  return ZN_OK;
+}
+
+}  // namespace
+
+const std::u16string& InstallDirAtStart() noexcept {
+  return InstallDir();
+}
+
+}  // namespace zn
+
+extern "C" {
+
+using namespace zn;
+
+u32 ZnInitialize(u32 flags, ZnChangeCallback change, ZnEventCallback event, ZnHandle* database) {
+  return ApiCall("ZnInitialize", [&](ApiFrame& frame) -> u32 {
+    const bool isServer = (flags & kServerFlag) != 0;
+    const bool isChangeGood = !isServer || IsGoodPointer(reinterpret_cast<const void*>(change));
+    ZN_RETURN_UNLESS_OK(frame.Check((flags & ~kServerFlag) == 0 && isChangeGood &&
+                                    (database == nullptr || IsGoodPointer(database))));
+    if (isServer) return StartServer(change, event, database);
+    GiveSystemHandle(database);
+    return ZN_OK;
+  });
+}
+
+}  // extern "C"
