@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cassert>
 
-#include "support/common/sync.h"
 #include "zn/types.h"
 
 namespace zn {
@@ -28,6 +27,32 @@ extern constinit thread_local u32 cachedThreadId __attribute__((tls_model("initi
   return id != 0 ? id : LookUpThreadId();
 }
 
+// A plain lock of one word, inline where nobody else wants it: it stands under the re-entrant lock
+// that every call takes. 0 free, 1 held, 2 held and perhaps waited for.
+class WordLock {
+ public:
+  constexpr WordLock() = default;
+  WordLock(const WordLock&) = delete;
+  WordLock& operator=(const WordLock&) = delete;
+
+  void Lock() noexcept {
+    u32 expected = 0;
+    if (word_.compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                      std::memory_order_relaxed)) {
+      return;
+    }
+    LockSlowly();
+  }
+  void Unlock() noexcept {
+    if (word_.exchange(0, std::memory_order_release) == 2) word_.notify_one();
+  }
+
+ private:
+  void LockSlowly() noexcept;
+
+  std::atomic<u32> word_{0};
+};
+
 // A re-entrant lock with owner and count. The two instances of the process are the bus lock and the
 // advisory lock of DbLockDatabase.
 class RecursiveLock {
@@ -42,7 +67,7 @@ class RecursiveLock {
       ++count_;
       return;
     }
-    mutex_.lock();
+    lock_.Lock();
     owner_.store(self, std::memory_order_relaxed);
     count_ = 1;
   }
@@ -50,13 +75,13 @@ class RecursiveLock {
   // By a thread that does not hold the lock: waits for it and does nothing.
   void Unlock() noexcept {
     if (owner_.load(std::memory_order_relaxed) != CurrentThreadId()) {
-      mutex_.lock();
-      mutex_.unlock();
+      lock_.Lock();
+      lock_.Unlock();
       return;
     }
     if (--count_ > 0) return;
     owner_.store(kNoThread, std::memory_order_relaxed);
-    mutex_.unlock();
+    lock_.Unlock();
   }
 
   [[nodiscard]] bool HeldByThisThread() const noexcept {
@@ -72,7 +97,7 @@ class RecursiveLock {
     if (depth == 0) return 0;
     count_ = 0;
     owner_.store(kNoThread, std::memory_order_relaxed);
-    mutex_.unlock();
+    lock_.Unlock();
     return depth;
   }
   void Reacquire(u32 depth) noexcept {
@@ -82,7 +107,7 @@ class RecursiveLock {
   }
 
  private:
-  std::mutex mutex_;
+  WordLock lock_;
   std::atomic<u32> owner_{kNoThread};
   u32 count_ = 0;  // touched by the owner only
 };

@@ -17,6 +17,7 @@ constexpr u32 kSmallBlock = 1024;
 inline void* AllocateCleared(u32 size) noexcept {
   if (size > kSmallBlock) return std::calloc(1, size);
   void* block = std::malloc(size);
+  __asm__("" : "+r"(block));  // or the compiler makes one calloc of the two
   if (block != nullptr) std::memset(block, 0, size);
   return block;
 }
