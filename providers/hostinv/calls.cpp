@@ -101,12 +101,16 @@ u32 PutChecksum(ZnHandle set, const Checksum& checksum) {
                              {"Bytes", checksum.bytes}});
 }
 
-// The task lives until the finishing report, so the output must stand on it before.
+// The task lives until the finishing report, so the output must stand on it before: in its output
+// set, and as properties of its own, which the library's own storing of the output set of the call
+// that started us cannot overtake.
 u32 StoreOutput(ZnHandle database, const ObjectId& task, const Checksum& checksum) {
   const PropertySet output;
   u32 status = PutChecksum(output.Handle(), checksum);
   if (ZN_FAILED(status)) return status;
   const PropertySet properties;
+  status = PutChecksum(properties.Handle(), checksum);
+  if (ZN_FAILED(status)) return status;
   status = PutProperty(properties.Handle(), "OutData", output);
   if (ZN_FAILED(status)) return status;
   return ObSetProperties(database, task, properties.Handle());

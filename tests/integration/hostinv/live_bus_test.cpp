@@ -1,0 +1,129 @@
+// The provider, loaded by the library, on the machine this runs on, in a network namespace of its
+// own: interfaces that come, change and go are followed without anybody asking.
+#include <net/if.h>
+#include <netlink/netlink.h>
+#include <netlink/route/addr.h>
+#include <netlink/route/link.h>
+#include <sched.h>
+
+#include <gtest/gtest.h>
+
+#include "loaded_bus.h"
+
+namespace hostinv {
+namespace {
+
+// Changes the namespace's interfaces, as an administrator would.
+class Links {
+ public:
+  Links() : socket_(nl_socket_alloc()) { nl_connect(socket_, NETLINK_ROUTE); }
+  ~Links() { nl_socket_free(socket_); }
+  Links(const Links&) = delete;
+  Links& operator=(const Links&) = delete;
+
+  bool AddDummy(const char* name) {
+    rtnl_link* link = rtnl_link_alloc();
+    rtnl_link_set_name(link, name);
+    rtnl_link_set_type(link, "dummy");
+    const bool added = rtnl_link_add(socket_, link, NLM_F_CREATE | NLM_F_EXCL) == 0;
+    rtnl_link_put(link);
+    return added;
+  }
+
+  bool SetMtu(const char* name, unsigned mtu) {
+    rtnl_link* named = Named(name);
+    rtnl_link* change = rtnl_link_alloc();
+    rtnl_link_set_mtu(change, mtu);
+    const bool done = rtnl_link_change(socket_, named, change, 0) == 0;
+    rtnl_link_put(change);
+    rtnl_link_put(named);
+    return done;
+  }
+
+  bool AddAddress(const char* name, const char* text) {
+    nl_addr* local = nullptr;
+    if (nl_addr_parse(text, AF_INET, &local) != 0) return false;
+    rtnl_addr* address = rtnl_addr_alloc();
+    rtnl_addr_set_ifindex(address, static_cast<int>(if_nametoindex(name)));
+    rtnl_addr_set_local(address, local);
+    const bool added = rtnl_addr_add(socket_, address, 0) == 0;
+    rtnl_addr_put(address);
+    nl_addr_put(local);
+    return added;
+  }
+
+  bool Delete(const char* name) {
+    rtnl_link* named = Named(name);
+    const bool deleted = rtnl_link_delete(socket_, named) == 0;
+    rtnl_link_put(named);
+    return deleted;
+  }
+
+ private:
+  static rtnl_link* Named(const char* name) {
+    rtnl_link* link = rtnl_link_alloc();
+    rtnl_link_set_ifindex(link, static_cast<int>(if_nametoindex(name)));
+    return link;
+  }
+
+  nl_sock* socket_;
+};
+
+class LiveBus : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    // Before the library starts its threads: they inherit the namespace.
+    permitted = unshare(CLONE_NEWNET) == 0;
+    LoadedBus::Start("Period = 100\n");
+  }
+
+  void SetUp() override { ASSERT_EQ(bus_.StartStatus(), 0U); }
+
+  static inline bool permitted = false;
+  LoadedBus& bus_ = LoadedBus::Get();
+};
+
+TEST_F(LiveBus, ShowsThisMachine) {
+  const Inventory shown = bus_.Snapshot();
+  for (const char* key : {"host", "memory", "cpu:0", "fs:/", "net:lo"}) {
+    EXPECT_TRUE(shown.contains(key)) << key;
+  }
+  EXPECT_NE(bus_.Get("memory", "Total"), Value(std::uint64_t{0}));
+  EXPECT_EQ(bus_.Get("net:lo", "Mac"), Value(std::string("00:00:00:00:00:00")));
+}
+
+TEST_F(LiveBus, SamplesByItselfOnItsPeriod) {
+  const Value before = bus_.Get("host", "Uptime");
+  EXPECT_TRUE(bus_.WaitUntil([&] { return bus_.Get("host", "Uptime") != before; }));
+}
+
+TEST_F(LiveBus, FollowsAnInterfaceFromItsComingToItsGoing) {
+  if (!permitted) GTEST_SKIP() << "a network namespace is not permitted here";
+  Links links;
+  bus_.ForgetEvents();
+  if (!links.AddDummy("hostinv0")) GTEST_SKIP() << "this kernel has no dummy interfaces";
+  ASSERT_TRUE(bus_.WaitUntil([&] { return !IsZero(bus_.Find("net:hostinv0")); }));
+  const ObjectId id = bus_.Find("net:hostinv0");
+  EXPECT_TRUE(bus_.WaitForEvent(id, ".object.add."));
+  EXPECT_EQ(bus_.Get(id, "Name"), Value(std::u16string(u"hostinv0")));
+  u32 parents = 0;
+  ObjectId* list = nullptr;
+  ASSERT_TRUE(bus_.WaitForEvent(id, ".relation.parent."));
+  ASSERT_EQ(ObGetParentObjects(bus_.Database(), id, nullptr, &parents, &list), 0U);
+  ASSERT_EQ(parents, 1U);
+  EXPECT_TRUE(ObCompareId(list[0], bus_.Find("host")));
+  ZnFree(list);
+
+  ASSERT_TRUE(links.SetMtu("hostinv0", 1234));
+  EXPECT_TRUE(bus_.WaitUntil([&] { return bus_.Get(id, "Mtu") == Value(u32{1234}); }));
+  ASSERT_TRUE(links.AddAddress("hostinv0", "192.0.2.77/24"));
+  const Value addresses = std::vector<std::string>{"192.0.2.77/24"};
+  EXPECT_TRUE(bus_.WaitUntil([&] { return bus_.Get(id, "Addresses") == addresses; }));
+
+  ASSERT_TRUE(links.Delete("hostinv0"));
+  EXPECT_TRUE(bus_.WaitForEvent(id, ".object.delete."));
+  EXPECT_FALSE(ObExists(bus_.Database(), id));
+}
+
+}  // namespace
+}  // namespace hostinv
