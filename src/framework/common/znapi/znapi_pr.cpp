@@ -5,6 +5,7 @@
 #include "framework/common/znprov/localprovider.h"
 #include "framework/common/znprov/provider.h"
 #include "support/common/block.h"
+#include "zn/init.h"
 #include "zn/pr.h"
 
 namespace zn {
