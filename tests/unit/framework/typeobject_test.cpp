@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "unit/framework/fixture.h"
+#include "tests/unit/framework/fixture.h"
 
 namespace zn::test {
 
