@@ -117,7 +117,7 @@ struct Heard {
     }
     data = change.data;
   }
-  heard.hasData = data != nullptr;
+  heard.hasData = IsValidHandle(data, HANDLE_PROPSET);
   if (heard.hasData) heard.data = *HandleThing<PropertySet>(data);
   return heard;
 }

@@ -14,7 +14,6 @@ namespace zn::test {
 namespace {
 
 using EventQueueThreads = EventTest;
-using ::testing::Test;
 
 TEST_F(EventQueueThreads, DeliversARaisedEventToItsProviderAndTheCallback) {
   Register(first_, "a");
@@ -48,8 +47,6 @@ TEST_F(EventQueueThreads, CallsAProviderOncePerEvent) {
   for (const char* pattern : {"*", "a", "a.*.c", "a.b.c"}) Register(first_, pattern);
   ASSERT_EQ(Raise("a.b.c"), ZN_OK);
   Flush();
-  EXPECT_EQ(Topics(heard.Items())[0], "a.b.c");
-  EXPECT_EQ(raised.Items().size(), 1u + (raised.Items().back().topic == "test.flush" ? 1u : 0u));
   size_t calls = 0;
   for (const Heard& event : heard.Items()) calls += event.topic == "a.b.c" ? 1u : 0u;
   EXPECT_EQ(calls, 1u);
@@ -60,7 +57,8 @@ TEST_F(EventQueueThreads, AnEventRaisedInASlotComesAfterAllReceiversOfTheCurrent
   Register(AddProvider<2>(u"second"), "a");
   bool isRaised = false;
   onEvent = [&](int, const EventRecord&) {
-    if (!std::exchange(isRaised, true)) EXPECT_EQ(Raise("a.inner"), ZN_OK);
+    if (std::exchange(isRaised, true)) return;
+    EXPECT_EQ(Raise("a.inner"), ZN_OK);
   };
   ASSERT_EQ(Raise("a.outer"), ZN_OK);
   EXPECT_EQ(Topics(heard.WaitFor(4)),
@@ -94,9 +92,9 @@ TEST_F(EventQueueThreads, RaisingChecksProviderAndTopic) {
 TEST_F(EventQueueThreads, AReceiverMayDestroyTheSetOfTheRecord) {
   Register(first_, "a");
   onEvent = [](int, const EventRecord& event) {
-    const bool isFirst = std::string_view(event.topic) == "a.1";
-    if (isFirst) EXPECT_TRUE(DestroyPropertySet(event.data));
-    if (isFirst) throw std::runtime_error("do not look at the set any more");
+    if (std::string_view(event.topic) != "a.1") return;
+    EXPECT_TRUE(DestroyPropertySet(event.data));
+    throw std::runtime_error("nothing to write down");
   };
   ASSERT_EQ(Raise("a.1"), ZN_OK);
   ASSERT_EQ(Raise("a.2"), ZN_OK);
@@ -144,7 +142,6 @@ TEST_F(EventQueueThreads, AProviderThatGoesMeanwhileIsNotCalled) {
     const BusLock lock;
     static_cast<void>(database_->TakeProvider(who == 1 ? second : first_));
   };
-  const ZnHandle survivor = first_->Handle();
   ASSERT_EQ(Raise("a"), ZN_OK);
   const int who = heard.WaitFor(1)[0].who;
   // Whoever is left hears what comes next, and nobody heard the first event twice.
@@ -153,7 +150,6 @@ TEST_F(EventQueueThreads, AProviderThatGoesMeanwhileIsNotCalled) {
   const std::vector<Heard> events = heard.WaitFor(2);
   EXPECT_EQ(Topics(events), (std::vector<std::string>{"a", "a.end"}));
   EXPECT_EQ(events[1].who, who);
-  static_cast<void>(survivor);
 }
 
 TEST_F(EventQueueThreads, TheOtherReceiversHearTheEventThen) {

@@ -24,7 +24,6 @@ std::string JustFits() {
   return std::string(0x2000, 'a');
 }
 
-// Every case of a call: `Refused` runs it and looks at status and traces.
 void ExpectRefused(const char* name, u32 status) {
   EXPECT_EQ(status, ZNE_INVALID_ARGUMENTS) << name;
 }
@@ -377,7 +376,6 @@ TEST_F(EvThreads, AMissedWaitLeavesTheLockReleased) {
 }
 
 TEST_F(EvThreads, OfTwoWaitsOnOneHandleBothReturn) {
-  Gate inPredicate;
   const ZnHandle wait = MakeWait(AcceptAll);
   std::thread other([wait] {
     const u32 status = EvWaitForEvent(nullptr, wait, 0xFFFFFFFFu);
