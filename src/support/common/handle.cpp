@@ -3,7 +3,7 @@
 #include "support/common/handle.h"
 
 #include "support/common/platform.h"
-#include "support/common/sync.h"
+#include "support/common/wordlock.h"
 
 static_assert(sizeof(ZnHandleRecord) == 2 * sizeof(void*));
 
@@ -23,7 +23,7 @@ constexpr size_t kSmallestArena = size_t{1} << 20;
 constexpr size_t kQuarantine = 1024;
 
 struct FreeQueue {
-  Mutex mutex;
+  WordLock mutex;
   ZnHandleRecord* head ZN_GUARDED_BY(mutex) = nullptr;
   ZnHandleRecord* tail ZN_GUARDED_BY(mutex) = nullptr;
   size_t waiting ZN_GUARDED_BY(mutex) = 0;  // records in the queue
@@ -50,7 +50,7 @@ bool ReserveArena() noexcept {
 
 ZnHandle AllocateHandle(u32 tag, void* thing) noexcept {
   FreeQueue& queue = Queue();
-  const MutexLock lock(queue.mutex);
+  const WordLockHold lock(queue.mutex);
   if (handleArena.base.load(std::memory_order_relaxed) == 0 && !ReserveArena()) return nullptr;
   const size_t limit = handleArena.bytes.load(std::memory_order_relaxed) / sizeof(ZnHandleRecord);
   ZnHandleRecord* record = nullptr;
@@ -73,7 +73,7 @@ namespace {
 
 void Recycle(ZnHandle handle) noexcept {
   FreeQueue& queue = Queue();
-  const MutexLock lock(queue.mutex);
+  const WordLockHold lock(queue.mutex);
   handle->thing.store(nullptr, std::memory_order_relaxed);
   if (queue.tail != nullptr) {
     queue.tail->thing.store(handle, std::memory_order_relaxed);
