@@ -1,5 +1,5 @@
-/* The settings store: a tree of keys with named, typed values, kept in one text file (docs/
- * settings.md tells its form). Names are compared without case and kept as first written; in a path
+/* The settings store: a tree of keys with named, typed values, kept in one text file, whose form
+ * docs/settings.md tells. Names are compared without case and kept as first written; in a path
  * both '\\' and '/' separate names, and empty names count for nothing. A change reaches the file
  * before the call returns, and a change that another process made shows at the next call. Any
  * thread.

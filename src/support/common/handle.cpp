@@ -30,10 +30,8 @@ struct FreeQueue {
   size_t used ZN_GUARDED_BY(mutex) = 0;     // records ever handed out
 };
 
-FreeQueue& Queue() noexcept {
-  static FreeQueue& queue = *new FreeQueue;  // never destroyed: handles outlive every static
-  return queue;
-}
+// Nothing of it is ever destroyed: handles outlive every static.
+constinit FreeQueue freeQueue;
 
 bool ReserveArena() noexcept {
   for (size_t bytes = kLargestArena; bytes >= kSmallestArena; bytes /= 2) {
@@ -49,7 +47,7 @@ bool ReserveArena() noexcept {
 }  // namespace
 
 ZnHandle AllocateHandle(u32 tag, void* thing) noexcept {
-  FreeQueue& queue = Queue();
+  FreeQueue& queue = freeQueue;
   const WordLockHold lock(queue.mutex);
   if (handleArena.base.load(std::memory_order_relaxed) == 0 && !ReserveArena()) return nullptr;
   const size_t limit = handleArena.bytes.load(std::memory_order_relaxed) / sizeof(ZnHandleRecord);
@@ -72,7 +70,7 @@ ZnHandle AllocateHandle(u32 tag, void* thing) noexcept {
 namespace {
 
 void Recycle(ZnHandle handle) noexcept {
-  FreeQueue& queue = Queue();
+  FreeQueue& queue = freeQueue;
   const WordLockHold lock(queue.mutex);
   handle->thing.store(nullptr, std::memory_order_relaxed);
   if (queue.tail != nullptr) {

@@ -3,6 +3,8 @@
 
 #include <array>
 
+#include "zn/text.h"
+
 namespace zn {
 
 namespace {
