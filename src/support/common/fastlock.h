@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cassert>
 
+#include "support/common/wordlock.h"
 #include "zn/types.h"
 
 namespace zn {
@@ -26,32 +27,6 @@ extern constinit thread_local u32 cachedThreadId __attribute__((tls_model("initi
   const u32 id = cachedThreadId;
   return id != 0 ? id : LookUpThreadId();
 }
-
-// A plain lock of one word, inline where nobody else wants it: it stands under the re-entrant lock
-// that every call takes. 0 free, 1 held, 2 held and perhaps waited for.
-class WordLock {
- public:
-  constexpr WordLock() = default;
-  WordLock(const WordLock&) = delete;
-  WordLock& operator=(const WordLock&) = delete;
-
-  void Lock() noexcept {
-    u32 expected = 0;
-    if (word_.compare_exchange_strong(expected, 1, std::memory_order_acquire,
-                                      std::memory_order_relaxed)) {
-      return;
-    }
-    LockSlowly();
-  }
-  void Unlock() noexcept {
-    if (word_.exchange(0, std::memory_order_release) == 2) word_.notify_one();
-  }
-
- private:
-  void LockSlowly() noexcept;
-
-  std::atomic<u32> word_{0};
-};
 
 // A re-entrant lock with owner and count. The two instances of the process are the bus lock and the
 // advisory lock of DbLockDatabase.

@@ -3,7 +3,7 @@
 #include "support/common/handle.h"
 
 #include "support/common/platform.h"
-#include "support/common/sync.h"
+#include "support/common/wordlock.h"
 
 static_assert(sizeof(ZnHandleRecord) == 2 * sizeof(void*));
 
@@ -23,17 +23,15 @@ constexpr size_t kSmallestArena = size_t{1} << 20;
 constexpr size_t kQuarantine = 1024;
 
 struct FreeQueue {
-  Mutex mutex;
+  WordLock mutex;
   ZnHandleRecord* head ZN_GUARDED_BY(mutex) = nullptr;
   ZnHandleRecord* tail ZN_GUARDED_BY(mutex) = nullptr;
   size_t waiting ZN_GUARDED_BY(mutex) = 0;  // records in the queue
   size_t used ZN_GUARDED_BY(mutex) = 0;     // records ever handed out
 };
 
-FreeQueue& Queue() noexcept {
-  static FreeQueue& queue = *new FreeQueue;  // never destroyed: handles outlive every static
-  return queue;
-}
+// Nothing of it is ever destroyed: handles outlive every static.
+constinit FreeQueue freeQueue;
 
 bool ReserveArena() noexcept {
   for (size_t bytes = kLargestArena; bytes >= kSmallestArena; bytes /= 2) {
@@ -49,8 +47,8 @@ bool ReserveArena() noexcept {
 }  // namespace
 
 ZnHandle AllocateHandle(u32 tag, void* thing) noexcept {
-  FreeQueue& queue = Queue();
-  const MutexLock lock(queue.mutex);
+  FreeQueue& queue = freeQueue;
+  const WordLockHold lock(queue.mutex);
   if (handleArena.base.load(std::memory_order_relaxed) == 0 && !ReserveArena()) return nullptr;
   const size_t limit = handleArena.bytes.load(std::memory_order_relaxed) / sizeof(ZnHandleRecord);
   ZnHandleRecord* record = nullptr;
@@ -72,8 +70,8 @@ ZnHandle AllocateHandle(u32 tag, void* thing) noexcept {
 namespace {
 
 void Recycle(ZnHandle handle) noexcept {
-  FreeQueue& queue = Queue();
-  const MutexLock lock(queue.mutex);
+  FreeQueue& queue = freeQueue;
+  const WordLockHold lock(queue.mutex);
   handle->thing.store(nullptr, std::memory_order_relaxed);
   if (queue.tail != nullptr) {
     queue.tail->thing.store(handle, std::memory_order_relaxed);

@@ -5,6 +5,8 @@
 
 #include <array>
 
+#include "zn/text.h"
+
 namespace zn {
 
 namespace {
