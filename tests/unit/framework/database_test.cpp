@@ -2,7 +2,7 @@
 
 #include "framework/common/zntypeobject/typeobject.h"
 #include "support/common/handle.h"
-#include "unit/framework/fixture.h"
+#include "tests/unit/framework/fixture.h"
 
 namespace zn::test {
 
