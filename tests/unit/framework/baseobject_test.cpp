@@ -1,7 +1,7 @@
 #include "framework/common/zncore/baseobject.h"
 
 #include "framework/common/zntypeobject/typeobject.h"
-#include "unit/framework/fixture.h"
+#include "tests/unit/framework/fixture.h"
 
 namespace zn::test {
 

@@ -1,7 +1,7 @@
 #include "framework/common/zncore/dbnode.h"
 
 #include "framework/common/zntypeobject/typeobject.h"
-#include "unit/framework/fixture.h"
+#include "tests/unit/framework/fixture.h"
 #include "zn/memory.h"
 
 namespace zn::test {

@@ -1,5 +1,5 @@
 
-#include "unit/framework/fixture.h"
+#include "tests/unit/framework/fixture.h"
 #include "zn/settings.h"
 
 namespace zn::test {

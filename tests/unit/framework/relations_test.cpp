@@ -1,5 +1,5 @@
 #include "framework/common/zncore/dbnode.h"
-#include "unit/framework/fixture.h"
+#include "tests/unit/framework/fixture.h"
 
 namespace zn::test {
 

@@ -96,7 +96,8 @@ TEST(BinaryStream, EveryTypeReadsBackAndEveryTruncationFails) {
   PropertySet set;
   u32 seed = 1;
   for (const u32 tag : AllTags()) {
-    set.Put("p" + std::to_string(tag), SampleValue(tag, seed++), seed % 16);
+    set.Put("p" + std::to_string(tag), SampleValue(tag, seed), seed % 16);
+    ++seed;
   }
   const std::string bytes = Marshalled(set);
   PropertySet read;
