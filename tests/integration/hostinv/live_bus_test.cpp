@@ -1,13 +1,18 @@
 // The provider, loaded by the library, on the machine this runs on, in a network namespace of its
-// own: interfaces that come, change and go are followed without anybody asking.
+// own: what comes, changes and goes is followed without anybody asking.
+#include <fcntl.h>
+#include <linux/loop.h>
 #include <net/if.h>
 #include <netlink/netlink.h>
 #include <netlink/route/addr.h>
 #include <netlink/route/link.h>
 #include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
 
 #include <gtest/gtest.h>
 
+#include "checksum.h"
 #include "loaded_bus.h"
 
 namespace hostinv {
@@ -21,10 +26,15 @@ class Links {
   Links(const Links&) = delete;
   Links& operator=(const Links&) = delete;
 
-  bool AddDummy(const char* name) {
+  // An interface without hardware, of the first kind that this kernel has.
+  bool AddInterface(const char* name) {
+    return AddOfType(name, "dummy") || AddOfType(name, "ifb") || AddOfType(name, "bridge");
+  }
+
+  bool AddOfType(const char* name, const char* type) {
     rtnl_link* link = rtnl_link_alloc();
     rtnl_link_set_name(link, name);
-    rtnl_link_set_type(link, "dummy");
+    rtnl_link_set_type(link, type);
     const bool added = rtnl_link_add(socket_, link, NLM_F_CREATE | NLM_F_EXCL) == 0;
     rtnl_link_put(link);
     return added;
@@ -72,14 +82,17 @@ class Links {
 class LiveBus : public testing::Test {
  protected:
   static void SetUpTestSuite() {
-    // Before the library starts its threads: they inherit the namespace.
-    permitted = unshare(CLONE_NEWNET) == 0;
+    // Before the library starts its threads: they inherit the namespaces.
+    ownNetwork = unshare(CLONE_NEWNET) == 0;
+    ownMounts =
+        unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     LoadedBus::Start("Period = 100\n");
   }
 
   void SetUp() override { ASSERT_EQ(bus_.StartStatus(), 0U); }
 
-  static inline bool permitted = false;
+  static inline bool ownNetwork = false;
+  static inline bool ownMounts = false;
   LoadedBus& bus_ = LoadedBus::Get();
 };
 
@@ -98,10 +111,10 @@ TEST_F(LiveBus, SamplesByItselfOnItsPeriod) {
 }
 
 TEST_F(LiveBus, FollowsAnInterfaceFromItsComingToItsGoing) {
-  if (!permitted) GTEST_SKIP() << "a network namespace is not permitted here";
+  if (!ownNetwork) GTEST_SKIP() << "a network namespace is not permitted here";
   Links links;
   bus_.ForgetEvents();
-  if (!links.AddDummy("hostinv0")) GTEST_SKIP() << "this kernel has no dummy interfaces";
+  if (!links.AddInterface("hostinv0")) GTEST_SKIP() << "this kernel has no virtual interfaces";
   ASSERT_TRUE(bus_.WaitUntil([&] { return !IsZero(bus_.Find("net:hostinv0")); }));
   const ObjectId id = bus_.Find("net:hostinv0");
   EXPECT_TRUE(bus_.WaitForEvent(id, ".object.add."));
@@ -123,6 +136,72 @@ TEST_F(LiveBus, FollowsAnInterfaceFromItsComingToItsGoing) {
   ASSERT_TRUE(links.Delete("hostinv0"));
   EXPECT_TRUE(bus_.WaitForEvent(id, ".object.delete."));
   EXPECT_FALSE(ObExists(bus_.Database(), id));
+}
+
+TEST_F(LiveBus, FollowsAMountFromItsComingToItsGoing) {
+  if (!ownMounts) GTEST_SKIP() << "a mount namespace is not permitted here";
+  const TemporaryFolder folder;
+  folder.Write("a folder é/file", "");
+  const std::string target = folder.Path() + "/a folder é";
+  bus_.ForgetEvents();
+  if (mount("/", target.c_str(), nullptr, MS_BIND | MS_RDONLY, nullptr) != 0) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  ASSERT_TRUE(bus_.WaitUntil([&] { return !IsZero(bus_.Find("fs:" + target)); }));
+  const ObjectId id = bus_.Find("fs:" + target);
+  EXPECT_TRUE(bus_.WaitForEvent(id, ".object.add."));
+  EXPECT_EQ(bus_.Get(id, "MountPoint"), Value(target));
+  EXPECT_EQ(bus_.Get(id, "Size"), bus_.Get("fs:/", "Size"));
+  EXPECT_EQ(bus_.Get(id, "Device"), bus_.Get("fs:/", "Device"));
+  ASSERT_EQ(umount(target.c_str()), 0);
+  EXPECT_TRUE(bus_.WaitForEvent(id, ".object.delete."));
+  EXPECT_TRUE(IsZero(bus_.Find("fs:" + target)));
+}
+
+// A file as a disk, until the end of the scope.
+class LoopDisk {
+ public:
+  explicit LoopDisk(const std::string& path) {
+    const Descriptor control(open("/dev/loop-control", O_RDWR | O_CLOEXEC));
+    number_ = control.IsOpen() ? ioctl(control.Get(), LOOP_CTL_GET_FREE) : -1;
+    if (number_ < 0) return;
+    device_ = Descriptor(open(("/dev/" + Name()).c_str(), O_RDWR | O_CLOEXEC));
+    const Descriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    isAttached_ = device_.IsOpen() && ioctl(device_.Get(), LOOP_SET_FD, file.Get()) == 0;
+  }
+  ~LoopDisk() { Detach(); }
+  LoopDisk(const LoopDisk&) = delete;
+  LoopDisk& operator=(const LoopDisk&) = delete;
+
+  bool IsAttached() const { return isAttached_; }
+  std::string Name() const { return "loop" + std::to_string(number_); }
+  // The kernel lets go of the file when the last descriptor closes.
+  void Detach() {
+    if (isAttached_) ioctl(device_.Get(), LOOP_CLR_FD, 0);
+    isAttached_ = false;
+    device_ = Descriptor();
+  }
+
+ private:
+  int number_ = -1;
+  Descriptor device_;
+  bool isAttached_ = false;
+};
+
+TEST_F(LiveBus, FollowsADiskFromItsComingToItsGoing) {
+  const TemporaryFolder folder;
+  folder.Write("disk", std::string(1U << 20U, '\0'));
+  bus_.ForgetEvents();
+  LoopDisk disk(folder.Path() + "/disk");
+  if (!disk.IsAttached()) GTEST_SKIP() << "a loop device is not to be had here";
+  const std::string key = "block:" + disk.Name();
+  ASSERT_TRUE(bus_.WaitUntil([&] { return !IsZero(bus_.Find(key)); }));
+  const ObjectId id = bus_.Find(key);
+  EXPECT_EQ(bus_.Get(id, "Size"), Value(std::uint64_t{1U << 20U}));
+  EXPECT_EQ(bus_.Get(id, "Device"), Value("/dev/" + disk.Name()));
+  disk.Detach();
+  EXPECT_TRUE(bus_.WaitForEvent(id, ".object.delete."));
+  EXPECT_TRUE(IsZero(bus_.Find(key)));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <memory>
 
 #include <gtest/gtest.h>
 
@@ -15,7 +16,15 @@ namespace {
 constexpr std::chrono::seconds kPatience(5);
 constexpr char kMark[] = "event.hostinv.test.mark";
 
-LoadedBus* theBus = nullptr;
+std::unique_ptr<LoadedBus> theBus;
+
+// A library left running would be torn down by the end of the process, in no order of its own.
+class StopAtTheEnd : public testing::Environment {
+ public:
+  void TearDown() override { theBus.reset(); }
+};
+const testing::Environment* const stopAtTheEnd =
+    testing::AddGlobalTestEnvironment(new StopAtTheEnd);
 
 void OnChange(ZnHandle /*change*/) {}
 bool OnAnyEvent(const EventRecord* /*event*/, u32 /*parameter*/) {
@@ -112,8 +121,10 @@ bool IsZero(const ObjectId& id) {
 }
 
 LoadedBus& LoadedBus::Start(const std::string& values) {
-  // Never deleted: the library may speak to the observer until the process ends.
-  if (theBus == nullptr) theBus = new LoadedBus(values);
+  if (!theBus) {
+    theBus.reset(new LoadedBus);
+    theBus->Load(values);
+  }
   return *theBus;
 }
 
@@ -121,8 +132,11 @@ LoadedBus& LoadedBus::Get() {
   return *theBus;
 }
 
-LoadedBus::LoadedBus(const std::string& values) {
-  theBus = this;
+LoadedBus::~LoadedBus() {
+  Stop();
+}
+
+void LoadedBus::Load(const std::string& values) {
   folder_.Write("settings.toml", "InstallDir = \"" + folder_.Path() +
                                      "\"\n[ProviderGroup]\n[Providers.hostinv]\nImageFile = \"" +
                                      HOSTINV_LIBRARY + "\"\n" + values);
@@ -221,7 +235,7 @@ Value LoadedBus::Get(const ObjectId& id, const std::string& name) const {
   Property2* property = nullptr;
   const u32 status = ObGetProperty(database_, id, name.c_str(), &property);
   if (status != 0) {
-    ADD_FAILURE() << name << ": " << ZnSysGetErrorString(0, status);
+    ADD_FAILURE() << name << ": status " << status;
     return false;
   }
   Value value = ToValue(*property);

@@ -23,9 +23,13 @@ struct HeardEvent {
 class LoadedBus {
  public:
   // The bus of this process, started by the first call; further calls return the same. `values` are
-  // the lines of the provider's settings.
+  // the lines of the provider's settings. It is stopped at the end of all tests.
   static LoadedBus& Start(const std::string& values);
   static LoadedBus& Get();
+
+  ~LoadedBus();
+  LoadedBus(const LoadedBus&) = delete;
+  LoadedBus& operator=(const LoadedBus&) = delete;
 
   // Stops the library; nothing of the bus may be used afterwards.
   void Stop();
@@ -52,13 +56,15 @@ class LoadedBus {
   bool WaitUntil(const std::function<bool()>& condition);
 
  private:
-  explicit LoadedBus(const std::string& values);
+  LoadedBus() = default;
+  void Load(const std::string& values);
   static u32 OnEvent(const EventRecord* event);
   // Returns when all events raised before have been heard.
   void Settle();
 
   TemporaryFolder folder_;
   u32 status_ = 0;
+  bool isStopped_ = false;
   ZnHandle database_ = nullptr;
   ZnHandle provider_ = nullptr;
   ZnHandle observer_ = nullptr;

@@ -45,8 +45,9 @@ bool OnReport(TaskReport* report) {
 class RecordedBus : public testing::Test {
  protected:
   static void SetUpTestSuite() {
+    static TemporaryFolder copy;  // to the end of the process, for both suites
     if (folder == nullptr) {
-      folder = new TemporaryFolder;
+      folder = &copy;
       fs::copy(HOSTINV_TESTS "/tree", folder->Path() + "/tree",
                fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     }
@@ -114,7 +115,7 @@ class RecordedBus : public testing::Test {
     return text;
   }
 
-  static inline TemporaryFolder* folder = nullptr;  // kept to the end of the process
+  static inline TemporaryFolder* folder = nullptr;
   LoadedBus& bus_ = LoadedBus::Get();
   ZnHandle in_ = nullptr;
   ZnHandle out_ = nullptr;
