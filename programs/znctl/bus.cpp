@@ -143,7 +143,7 @@ Property ReadFlat(const Property2& flat) {
   if ((flat.Type & ZN_TYPE_ARRAY) != 0) {
     property.value = ReadArray(flat.Type, flat.Value, flat.Size);
   } else if (flat.Type == ZN_TYPE_PROPSET) {
-    property.value.data = ReadPropset(flat.Value);
+    property.value.data = ReadPropset(static_cast<ZnHandle>(flat.Value));
   } else {
     property.value.data = ReadScalar(flat.Type, flat.Value, flat.Size);
   }

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <cstring>
+#include <utility>
 
 #include "failure.h"
 #include "session.h"
