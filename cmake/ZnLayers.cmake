@@ -13,6 +13,8 @@ function(zn_add_layer name)
   endif()
   add_library(zn_${name} OBJECT ${sources})
   target_include_directories(zn_${name} PUBLIC ${root} ${PROJECT_SOURCE_DIR}/include)
+  # An export whose header is not included would be compiled as another function.
+  set_target_properties(zn_${name} PROPERTIES ZN_LAYER ON)
   target_link_libraries(zn_${name} PRIVATE zn_warnings PUBLIC Threads::Threads)
   foreach(lower IN LISTS LAYER_USES)
     target_include_directories(zn_${name} PUBLIC

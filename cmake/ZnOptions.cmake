@@ -31,6 +31,6 @@ endif()
 
 add_library(zn_warnings INTERFACE)
 target_compile_options(zn_warnings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wmissing-declarations
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:$<TARGET_PROPERTY:ZN_LAYER>>:-Wmissing-declarations>
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast> -Werror
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
