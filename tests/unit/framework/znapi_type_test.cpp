@@ -330,7 +330,9 @@ TEST_F(TypeTest, ArgumentsOfACreationAreCheckedFirst) {
               ZNE_INVALID_ARGUMENTS);
     EXPECT_THAT(messages, ElementsAre(Entering("ObCreateTypeObjectEx"),
                                       "ZnAPI:ObCreateTypeObjectEx: Invalid arguments"));
-    if (row.hasOut) EXPECT_TRUE(IsZeroGuid(out_));
+    if (row.hasOut) {
+      EXPECT_TRUE(IsZeroGuid(out_));
+    }
   }
   EXPECT_EQ(database_->Types().FindType("X"), nullptr);
 }
