@@ -16,14 +16,15 @@ class NotifyThreads : public EventTest {
   void SetUp() override {
     EventTest::SetUp();
     clientsPresent = true;
-    const BusLock lock;
-    PropertySet properties;
-    properties.Put("Size", Value::UInt32(0));
-    TypeObject* type = nullptr;
-    ASSERT_EQ(
-        database_->Types().CreateTypeInstance("Thing", &properties, {"KELD_Object"}, 0, &type),
-        ZN_OK);
-    type_ = type;
+    {
+      const BusLock lock;
+      PropertySet properties;
+      properties.Put("Size", Value::UInt32(0));
+      ASSERT_EQ(
+          database_->Types().CreateTypeInstance("Thing", &properties, {"KELD_Object"}, 0, &type_),
+          ZN_OK);
+    }
+    static_cast<void>(Sent());
   }
 
   DBNode* Make(u32 flags = 0, Provider* creator = nullptr) {
@@ -207,7 +208,7 @@ TEST_F(NotifyThreads, OnlyADeletionCarriesDataToListeners) {
   SetSize(node, 4);
   {
     const BusLock lock;
-    node->SetFlags(OBJECT_NODISPLAY);
+    node->SetFlags(OBJECT_HIDDEN);  // which raises with the local flag
   }
   for (const Heard& event : heard.WaitFor(3)) {
     EXPECT_FALSE(event.hasData) << event.topic;
