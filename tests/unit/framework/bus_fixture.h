@@ -129,9 +129,9 @@ class BusTest : public testing::Test {
     database_->RaiseNotifyEnable();
   }
   void TearDown() override {
+    script = {};  // the scripts' variables are gone by now
     StopFramework(LibraryLife::kGoesOn);
     SetShuttingDown(false);
-    script = {};
   }
 
   // A provider with the scripted slots.

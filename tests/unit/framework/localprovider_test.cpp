@@ -202,18 +202,20 @@ TEST_F(PrTest, ByIdDoesNotTakeTheNullDatabase) {
 
 TEST_F(PrTest, IdRefusesBadArguments) {
   ObjectId id{};
+  const ZnHandle provider = MakeProvider();
   ExpectRefused("PrGetProviderId", [&] { return PrGetProviderId(nullptr, &id); });
   ExpectRefused("PrGetProviderId", [&] { return PrGetProviderId(database_->Handle(), &id); });
-  ExpectRefused("PrGetProviderId", [&] { return PrGetProviderId(SystemProvider(), nullptr); });
+  ExpectRefused("PrGetProviderId", [&] { return PrGetProviderId(provider, nullptr); });
 }
 
 TEST_F(PrTest, NameIsABlockOfTheCaller) {
   ZnWChar* name = nullptr;
-  ASSERT_EQ(PrGetProviderName(SystemProvider(), &name), ZN_OK);
+  const ZnHandle system = SystemProvider();
+  ASSERT_EQ(PrGetProviderName(system, &name), ZN_OK);
   EXPECT_EQ(std::u16string(name), u"system");
   ZnFree(name);
   ExpectRefused("PrGetProviderName", [&] { return PrGetProviderName(nullptr, &name); });
-  ExpectRefused("PrGetProviderName", [&] { return PrGetProviderName(SystemProvider(), nullptr); });
+  ExpectRefused("PrGetProviderName", [&] { return PrGetProviderName(system, nullptr); });
 }
 
 class PrPropertyTest : public PrTest {

@@ -69,12 +69,25 @@ void AbandonTask(Database* database, const CallTask& task, u32 status) {
   return ZN_OK;
 }
 
+// Puts the output into the task and tells of it. SetProperty would not do: it compares sets from
+// one side, so the empty set of the start counts as equal to every output.
+void ReplaceOutput(Database& database, DBNode& task, const PropertySet& output) {
+  const Value* present = task.Properties().FindValue("OutData", ZN_TYPE_PROPSET);
+  const bool isSame =
+      present != nullptr && present->AsSet().Equals(output) && output.Equals(present->AsSet());
+  if (isSame) return;
+  PropertySet all(task.Properties());
+  all.Put("OutData", Value::Set(PropertySet(output)));
+  task.ReplaceProperties(all);
+  if (task.IsHidden()) return;
+  database.NotifyChange(kDataChanged, task.GetId(), task, EVENT_LOCAL | EVENT_REMOTE);
+}
+
 // The provider may have destroyed the set, and the task may be over already.
 void StoreOutput(Database* database, const CallTask& task, ZnHandle out) {
   DBNode* node = database == nullptr ? nullptr : database->FindCached(task.id);
   if (node == nullptr || !IsValidHandle(out, HANDLE_PROPSET)) return;
-  Value output = Value::Set(PropertySet(*HandleThing<PropertySet>(out)));
-  static_cast<void>(node->SetProperty(Property("OutData", std::move(output))));
+  ReplaceOutput(*database, *node, *HandleThing<PropertySet>(out));
 }
 
 [[nodiscard]] u32 CallAsynchronously(const SequenceScope& sequence, Provider& provider,
