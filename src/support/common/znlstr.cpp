@@ -46,7 +46,7 @@ u32 Convert(Unit* out, Text in, size_t count) noexcept {
     Unit units[kMaxNarrowUnits];
     const size_t needed = PutCharacter(TakeCharacter(&in), units);
     if (out != nullptr) {
-      if (written + needed > count) return static_cast<u32>(written);
+      if (written + needed > count) break;
       std::copy_n(units, needed, out + written);
     }
     written += needed;

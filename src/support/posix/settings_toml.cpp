@@ -259,15 +259,6 @@ bool SettingsDocument::Parse(std::string_view text, SettingsError* error) {
   }
 }
 
-std::string SettingsDocument::Format() const {
-  std::ostringstream out;
-  out << head_ << toml::toml_formatter{root_, toml::format_flags::allow_unicode_strings} << '\n';
-  std::string text = std::move(out).str();
-  SettingsDocument again;
-  SettingsError error;
-  return again.Parse(text, &error) && again.root_ == root_ ? text : std::string();
-}
-
 std::vector<std::string> SettingsDocument::Oddities() const {
   std::vector<std::string> lines;
   DescribeOddities(root_, "", &lines);
