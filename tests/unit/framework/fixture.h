@@ -73,13 +73,14 @@ class StoreTest : public testing::Test {
     return borrowed;
   }
 
-  // A type under KELD_Object, or under the given ones.
+  // A type under KELD_Object, or under the given ones. What its creation tells is forgotten.
   TypeObject* MakeType(std::string_view name, const PropertySet& properties = {},
                        std::vector<std::string> supertypes = {"KELD_Object"}, u32 flags = 0) {
     TypeObject* type = nullptr;
     EXPECT_EQ(database_->Types().CreateTypeInstance(name, &properties, supertypes, flags, &type),
               ZN_OK)
         << name;
+    static_cast<void>(TakeTold());
     return type;
   }
 

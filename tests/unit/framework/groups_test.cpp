@@ -1,6 +1,9 @@
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
 
 #include "tests/unit/framework/fixture.h"
-#include "zn/settings.h"
 
 namespace zn::test {
 
@@ -201,40 +204,38 @@ TEST_F(Groups, WithManyMembersGoWithoutThem) {
 // Groups of the settings: each test has a settings file of its own.
 class RegistryGroups : public Groups {
  protected:
+  RegistryGroups() : path_("/tmp/zn_groups_" + std::to_string(getpid()) + ".toml") {
+    setenv("ZN_SETTINGS", path_.c_str(), 1);
+  }
+  ~RegistryGroups() override {
+    unsetenv("ZN_SETTINGS");
+    unlink(path_.c_str());
+  }
   void SetUp() override {
     Groups::SetUp();
     MakeType("Disk");
     MakeType("Net");
-    Clear();
   }
-  ~RegistryGroups() override { Clear(); }
+  // The groups of the settings file, then what making them answers.
+  u32 Load(const std::string& groups) {
+    std::ofstream(path_) << groups;
+    return database_->LoadRegistryGroups(provider_);
+  }
 
-  static void Clear() { static_cast<void>(ZnRegDeleteKey(HkeyMiraRoot(), u"Groups")); }
-  static void Set(ZnHandle key, const ZnWChar* name, std::u16string text) {
-    EXPECT_EQ(ZnRegSetValueEx(key, name, 0, ZN_REG_SZ, reinterpret_cast<const u8*>(text.c_str()),
-                              static_cast<u32>((text.size() + 1) * sizeof(ZnWChar))),
-              ZN_OK);
-  }
-  // A subkey of "Groups"; a null text leaves the value out.
-  static void Define(const std::u16string& subKey, const ZnWChar* displayName,
-                     const ZnWChar* contains) {
-    ZnHandle key = nullptr;
-    ASSERT_EQ(ZnRegCreateKey(HkeyMiraRoot(), (u"Groups\\" + subKey).c_str(), &key), ZN_OK);
-    if (displayName != nullptr) Set(key, u"DisplayName", displayName);
-    if (contains != nullptr) Set(key, u"Contains", contains);
-    static_cast<void>(ZnRegCloseKey(key));
-  }
+ private:
+  std::string path_;
 };
 
 TEST_F(RegistryGroups, WithoutTheKeyAreReportedUnreadable) {
-  EXPECT_EQ(database_->LoadRegistryGroups(provider_), ZNE_GROUP_REG_UNREADABLE);
+  EXPECT_EQ(Load("[Providers]\n"), ZNE_GROUP_REG_UNREADABLE);
+  EXPECT_EQ(Load("this is no settings file"), ZNE_GROUP_REG_UNREADABLE);
 }
 
 TEST_F(RegistryGroups, AreMadeFromEverySubkey) {
   const DBNode* disk = Make("Disk");
-  Define(u"A", u"Storage", u"Disk,Net");
-  Define(u"B", nullptr, u"Net");
-  ASSERT_EQ(database_->LoadRegistryGroups(provider_), ZN_OK);
+  ASSERT_EQ(Load("[Groups.A]\nDisplayName = 'Storage'\nContains = 'Disk,Net'\n"
+                 "[Groups.B]\nContains = 'Net'\n"),
+            ZN_OK);
   const DBNode* storage = Find(u"Storage");
   ASSERT_NE(storage, nullptr);
   EXPECT_EQ(storage->GetTypeName(), "KELD_GenericGroup");
@@ -246,49 +247,61 @@ TEST_F(RegistryGroups, AreMadeFromEverySubkey) {
 }
 
 TEST_F(RegistryGroups, WithoutContainsArePassedOver) {
-  Define(u"A", u"Empty", u"");
-  Define(u"B", u"Missing", nullptr);
-  Define(u"C", u"Disks", u"Disk");
-  EXPECT_EQ(database_->LoadRegistryGroups(provider_), ZN_OK);
+  EXPECT_EQ(Load("[Groups.A]\nDisplayName = 'Empty'\nContains = ''\n"
+                 "[Groups.B]\nDisplayName = 'Missing'\n"
+                 "[Groups.C]\nDisplayName = 'Number'\nContains = 5\n"
+                 "[Groups.D]\nDisplayName = 'Disks'\nContains = 'Disk'\n"),
+            ZN_OK);
   EXPECT_EQ(Find(u"Empty"), nullptr);
   EXPECT_EQ(Find(u"Missing"), nullptr);
+  EXPECT_EQ(Find(u"Number"), nullptr);
   EXPECT_NE(Find(u"Disks"), nullptr);
 }
 
 TEST_F(RegistryGroups, WithNothingBetweenTheCommasAreRefusedAndIgnored) {
-  Define(u"A", u"Commas", u",,");
-  Define(u"B", u"Disks", u",Disk,,");
-  EXPECT_EQ(database_->LoadRegistryGroups(provider_), ZN_OK);
+  EXPECT_EQ(Load("[Groups.A]\nDisplayName = 'Commas'\nContains = ',,'\n"
+                 "[Groups.B]\nDisplayName = 'Disks'\nContains = ',Disk,,'\n"),
+            ZN_OK);
   EXPECT_EQ(Find(u"Commas"), nullptr);
   ASSERT_NE(Find(u"Disks"), nullptr);
   EXPECT_THAT(*Find(u"Disks")->GetContainedTypes(), ElementsAre("Disk"));
 }
 
+TEST_F(RegistryGroups, OfOneNameAreMadeOnce) {
+  EXPECT_EQ(Load("[Groups.A]\nDisplayName = 'Same'\nContains = 'Disk'\n"
+                 "[Groups.B]\nDisplayName = 'Same'\nContains = 'Net'\n"),
+            ZN_OK);
+  ASSERT_NE(Find(u"Same"), nullptr);
+  EXPECT_THAT(*Find(u"Same")->GetContainedTypes(), ElementsAre("Disk"));
+}
+
 TEST_F(RegistryGroups, KeepBlanksInTheNames) {
   const DBNode* disk = Make("Disk");
-  Define(u"A", u"Blank", u"Net, Disk");
-  EXPECT_EQ(database_->LoadRegistryGroups(provider_), ZN_OK);
+  EXPECT_EQ(Load("[Groups.A]\nDisplayName = 'Blank'\nContains = 'Net, Disk'\n"), ZN_OK);
   ASSERT_NE(Find(u"Blank"), nullptr);
   EXPECT_THAT(*Find(u"Blank")->GetContainedTypes(), ElementsAre(" Disk", "Net"));
   EXPECT_THAT(Find(u"Blank")->Children(), Not(Contains(disk->GetId())));
 }
 
 TEST_F(RegistryGroups, CutLongTypeNamesTo255Characters) {
-  const std::u16string name(300, u'x');
-  Define(u"A", u"Long", name.c_str());
-  EXPECT_EQ(database_->LoadRegistryGroups(provider_), ZN_OK);
+  EXPECT_EQ(Load("[Groups.Long]\nContains = '" + std::string(300, 'x') + "'\n"), ZN_OK);
   ASSERT_NE(Find(u"Long"), nullptr);
   EXPECT_THAT(*Find(u"Long")->GetContainedTypes(), ElementsAre(std::string(255, 'x')));
 }
 
-TEST_F(RegistryGroups, WithANameTooLongForTheBufferAreReportedDamaged) {
-  Define(std::u16string(300, u'k'), u"Long", u"Disk");
-  EXPECT_EQ(database_->LoadRegistryGroups(provider_), ZNE_GROUP_REG_DAMAGED);
+TEST_F(RegistryGroups, BehindANameTooLongForTheBufferAreNotReached) {
+  EXPECT_EQ(Load("[Groups.A]\nContains = 'Disk'\n"
+                 "[Groups." +
+                 std::string(300, 'k') +
+                 "]\nContains = 'Disk'\n"
+                 "[Groups.Z]\nContains = 'Disk'\n"),
+            ZNE_GROUP_REG_DAMAGED);
+  EXPECT_NE(Find(u"A"), nullptr);
+  EXPECT_EQ(Find(u"Z"), nullptr);
 }
 
 TEST_F(RegistryGroups, CanBeDeletedByName) {
-  Define(u"A", u"Disks", u"Disk");
-  ASSERT_EQ(database_->LoadRegistryGroups(provider_), ZN_OK);
+  ASSERT_EQ(Load("[Groups.Disks]\nContains = 'Disk'\n"), ZN_OK);
   DBNode* out = nullptr;
   ASSERT_EQ(database_->RemoveGroup(u"Disks", &out), ZN_OK);
   database_->DeleteNode(out);
