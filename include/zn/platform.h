@@ -42,7 +42,5 @@ ZN_API void* ZnOpenShMem(const char* name);
 ZN_API u32 ZnCloseShMem(void* view);
 ZN_API u32 ZnDeleteShMem(void* view, ZnHandle handle);
 ZN_API void ZnSetLocale(void);
-ZN_API u32 ZnGetServerFlags(void);
-ZN_API u32 ZnSetServerFlags(u32 flags);
 
 ZN_EXTERN_C_END
