@@ -154,8 +154,4 @@ ZN_API u32 ZnDeleteShMem(void* view, ZnHandle handle);
  * threads run. */
 ZN_API void ZnSetLocale(void);
 
-/* The server's flags: read, and exchanged for new ones (the result is the old ones). */
-ZN_API u32 ZnGetServerFlags(void);
-ZN_API u32 ZnSetServerFlags(u32 flags);
-
 ZN_EXTERN_C_END

@@ -1,6 +1,6 @@
 // The server's flags: one word under the bus lock.
 #include "support/common/fastlock.h"
-#include "zn/platform.h"
+#include "zn/init.h"
 
 namespace {
 u32 serverFlags = 0;  // under FAST_LOCK
