@@ -1,8 +1,10 @@
 // The calls of the provider; see the header.
 #include "calls.h"
 
+#include <chrono>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "checksum.h"
@@ -101,16 +103,30 @@ u32 PutChecksum(ZnHandle set, const Checksum& checksum) {
                              {"Bytes", checksum.bytes}});
 }
 
-// The task lives until the finishing report, so the output must stand on it before: in its output
-// set, and as properties of its own, which the library's own storing of the output set of the call
-// that started us cannot overtake.
-u32 StoreOutput(ZnHandle database, const ObjectId& task, const Checksum& checksum) {
+// True once the library has put the output set of the call that started the task onto the task.
+bool HasOutput(ZnHandle database, const ObjectId& task) {
+  Property2* output = nullptr;
+  if (ZN_FAILED(ObGetProperty(database, task, "OutData", &output))) return false;
+  std::string digest;
+  const u32 status = FindText(static_cast<ZnHandle>(output->Value), "Digest", &digest);
+  PsFreeProperty(output);
+  return ZN_SUCCEEDED(status);
+}
+
+// The task lives until the finishing report, so its output must be complete before. The library
+// stores the announced one when the call has returned; a digest put there earlier would be lost
+// under it, so a job that is faster than the return of its own call waits for that.
+u32 StoreOutput(ZnHandle database, const ObjectId& task, const Checksum& checksum,
+                const std::atomic<bool>& stop) {
+  constexpr int kMostWaits = 10'000;
+  for (int i = 0; !HasOutput(database, task); ++i) {
+    if (stop || i == kMostWaits) return stop ? ZNE_TASK_STOPPED : ZNE_OPERATION_FAILED;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   const PropertySet output;
   u32 status = PutChecksum(output.Handle(), checksum);
   if (ZN_FAILED(status)) return status;
   const PropertySet properties;
-  status = PutChecksum(properties.Handle(), checksum);
-  if (ZN_FAILED(status)) return status;
   status = PutProperty(properties.Handle(), "OutData", output);
   if (ZN_FAILED(status)) return status;
   return ObSetProperties(database, task, properties.Handle());
@@ -130,7 +146,7 @@ void RunChecksum(ZnHandle database, const TaskReporter& reporter, const Descript
   u32 status = ComputeChecksum(file, progress, &checksum);
   if (ZN_SUCCEEDED(status)) {
     told = 100;
-    status = StoreOutput(database, reporter.Task(), checksum);
+    status = StoreOutput(database, reporter.Task(), checksum, stop);
     if (ZN_SUCCEEDED(status)) reporter.Running(100);
   }
   reporter.Finished(told.value_or(0), status);
@@ -150,6 +166,10 @@ u32 ChecksumOfFile(const CallServices& services, const CallArguments& arguments)
   const u32 status = OpenNamedFile(services, arguments, &path, file.get());
   if (ZN_FAILED(status)) return status;
   if (!arguments.asynchronous) return ComputeNow(*file, arguments.out);
+  // Announces the output: an empty set on the task would count as equal to any other, and so could
+  // never be replaced.
+  const u32 announced = PutChecksum(arguments.out, Checksum());
+  if (ZN_FAILED(announced)) return announced;
   SetName(services.database, arguments.task, "Checksum of " + path);
   // So that Stop can be called on the task itself.
   ObRegisterInterface(services.database, arguments.task, services.provider, &kFilesInterface);

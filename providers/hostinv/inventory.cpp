@@ -142,9 +142,9 @@ Item DescribeInterface(const InterfaceState& state) {
 
 // A parent that is not in the inventory (a disk that vanished between two readings) is no parent.
 void DropMissingParents(Inventory* inventory) {
-  for (auto& [key, item] : *inventory) {
-    std::erase_if(item.parents, [&](const std::string& parent) {
-      return parent == key || !inventory->contains(parent);
+  for (auto& entry : *inventory) {
+    std::erase_if(entry.second.parents, [&](const std::string& parent) {
+      return parent == entry.first || !inventory->contains(parent);
     });
   }
 }

@@ -95,8 +95,11 @@ u32 GetVersion(ZnWChar** text) {
 }  // namespace
 }  // namespace hostinv
 
-extern "C" ZN_API u32 ProviderEntry(const ZnWChar* /*name*/, u32 /*reserved*/,
-                                    ProviderCallbacks* callbacks) {
+// The library looks this up by its name; no header declares it.
+extern "C" ZN_API u32 ProviderEntry(const ZnWChar* name, u32 reserved,
+                                    ProviderCallbacks* callbacks);
+
+u32 ProviderEntry(const ZnWChar* /*name*/, u32 /*reserved*/, ProviderCallbacks* callbacks) {
   callbacks->Call = hostinv::Call;
   callbacks->Initialize = hostinv::Initialize;
   callbacks->Shutdown = hostinv::Shutdown;
