@@ -28,7 +28,7 @@ std::vector<std::thread> workers;
 
 void Log(const std::string& what) {
   std::FILE* log = std::fopen(std::getenv("ZN_TEST_LOG"), "a");
-  if (log == nullptr) std::abort();
+  if (log == nullptr) return;  // the test and its folder are gone
   std::fprintf(log, "%s %s\n", name.c_str(), what.c_str());
   std::fclose(log);
 }
