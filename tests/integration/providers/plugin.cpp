@@ -206,6 +206,7 @@ u32 Fill(const ZnWChar* providerName, ProviderCallbacks* callbacks) {
   Log("entry");
   if (Is("throw-entry")) throw std::runtime_error("entry");
   if (Is("fail-entry")) return ZNE_DEVICE_NOT_FOUND;
+  if (Is("odd-entry")) return ZNI_PROPSET_UNCHANGED;
   *callbacks = {Call, Initialize, Shutdown, nullptr, Event, GetVersion};
   if (Is("no-call")) callbacks->Call = nullptr;
   if (Is("no-initialize")) callbacks->Initialize = nullptr;
