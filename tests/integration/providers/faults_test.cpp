@@ -31,17 +31,16 @@ TEST_P(FaultAtStart, IsRecordedAndLeavesNothing) {
   EXPECT_TRUE(ObjectsOfType("KELD_Task").empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Plugins, FaultAtStart,
-                         testing::Values(FaultCase{"throw-entry", false},
-                                         FaultCase{"fail-entry", false},
-                                         FaultCase{"throw-initialize", true},
-                                         FaultCase{"fail-initialize", true},
-                                         FaultCase{"no-initialize", false}),
-                         [](const auto& test) {
-                           std::string name(test.param.behaviour);
-                           std::replace(name.begin(), name.end(), '-', '_');
-                           return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Plugins, FaultAtStart,
+    testing::Values(FaultCase{"throw-entry", false}, FaultCase{"fail-entry", false},
+                    FaultCase{"odd-entry", false}, FaultCase{"throw-initialize", true},
+                    FaultCase{"fail-initialize", true}, FaultCase{"no-initialize", false}),
+    [](const auto& test) {
+      std::string name(test.param.behaviour);
+      std::replace(name.begin(), name.end(), '-', '_');
+      return name;
+    });
 
 TEST_F(Faults, AVersionThatThrowsIsTheEmptyText) {
   AddProvider("bad", "Behaviour = \"throw-version\"");

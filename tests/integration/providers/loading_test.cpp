@@ -212,7 +212,7 @@ struct Heard {
   std::vector<u32> percents;
   Signal over;
 };
-bool Hear(TaskReport* report) {
+bool Follow(TaskReport* report) {
   auto& heard = *static_cast<Heard*>(report->context);
   heard.percents.push_back(report->percentComplete);
   if (report->state == TASK_STATE_FINISHED) heard.over.Set();
@@ -234,7 +234,7 @@ TEST_F(LoadingThreads, ATaskOfAPluginReportsItsProgress) {
   ObjectId answered{};
   ObjectId task{};
   ASSERT_EQ(PrCallDispatch(nullptr, ObjectOf(u"plain"), &kPluginInterface, 1, 3, in.Get(),
-                           out.Get(), ZN_CALL_ASYNCHRONOUS, 0, &heard, &Hear, &answered, &task),
+                           out.Get(), ZN_CALL_ASYNCHRONOUS, 0, &heard, &Follow, &answered, &task),
             ZN_OK);
   ASSERT_TRUE(started.Wait());
   EXPECT_EQ(PropertyOf(task, "PercentComplete"), "3:25");
@@ -258,7 +258,7 @@ TEST_F(LoadingThreads, ADeletedTaskStopsThePlugin) {
   ObjectId answered{};
   ObjectId task{};
   ASSERT_EQ(PrCallDispatch(nullptr, ObjectOf(u"plain"), &kPluginInterface, 1, 3, in.Get(),
-                           out.Get(), ZN_CALL_ASYNCHRONOUS, 0, &heard, &Hear, &answered, &task),
+                           out.Get(), ZN_CALL_ASYNCHRONOUS, 0, &heard, &Follow, &answered, &task),
             ZN_OK);
   ASSERT_TRUE(started.Wait());
   ASSERT_EQ(ObDeleteObject(nullptr, task), ZN_OK);
@@ -280,7 +280,7 @@ TEST_F(LoadingThreads, ARefreshReachesEveryPluginThatTakesPart) {
   ObjectId answered{};
   ObjectId task{};
   ASSERT_EQ(PrCallDispatch(nullptr, group, &kRefreshInterface, 0, 2, in.Get(), out.Get(),
-                           ZN_CALL_ASYNCHRONOUS, 0, &heard, &Hear, &answered, &task),
+                           ZN_CALL_ASYNCHRONOUS, 0, &heard, &Follow, &answered, &task),
             ZN_OK);
   ASSERT_TRUE(heard.over.Wait());
   EXPECT_THAT(heard.percents, ElementsAre(0, 0, 25, 50, 75, 100));

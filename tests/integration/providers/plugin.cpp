@@ -28,7 +28,7 @@ std::vector<std::thread> workers;
 
 void Log(const std::string& what) {
   std::FILE* log = std::fopen(std::getenv("ZN_TEST_LOG"), "a");
-  if (log == nullptr) std::abort();
+  if (log == nullptr) return;  // the test and its folder are gone
   std::fprintf(log, "%s %s\n", name.c_str(), what.c_str());
   std::fclose(log);
 }
@@ -206,6 +206,7 @@ u32 Fill(const ZnWChar* providerName, ProviderCallbacks* callbacks) {
   Log("entry");
   if (Is("throw-entry")) throw std::runtime_error("entry");
   if (Is("fail-entry")) return ZNE_DEVICE_NOT_FOUND;
+  if (Is("odd-entry")) return ZNI_PROPSET_UNCHANGED;
   *callbacks = {Call, Initialize, Shutdown, nullptr, Event, GetVersion};
   if (Is("no-call")) callbacks->Call = nullptr;
   if (Is("no-initialize")) callbacks->Initialize = nullptr;

@@ -114,7 +114,7 @@ TEST_F(StopThreads, CallsOfManyThreadsAndAStopEndTogether) {
       Propset out;
       ObjectId answered{};
       u32 status = ZN_OK;
-      while (status == ZN_OK) {
+      while (!ZN_FAILED(status)) {
         status = PrCallProvider(provider, object_, &kPluginInterface, 1, 1, in.Get(), out.Get(), 0,
                                 0, nullptr, nullptr, &answered, nullptr);
         calling.Set();

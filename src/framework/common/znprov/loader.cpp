@@ -127,7 +127,7 @@ u32 Loader::LoadProvider(const std::u16string& name, const ProviderDescriptor* p
   descriptor.chain = parent;
   u32 status = ReadDescriptor(name, &descriptor);
   if (status == ZN_OK) status = LoadDescribed(&descriptor, group);
-  if (ZN_FAILED(status)) RecordOutcome(name, false);
+  if (status != ZN_OK && status != ZNW_PROVIDER_NOT_IN_GROUP) RecordOutcome(name, false);
   return status;
 }
 
@@ -135,9 +135,11 @@ u32 Loader::LoadDescribed(ProviderDescriptor* descriptor, const std::u16string& 
   if (descriptor->group != group) return ZNW_PROVIDER_NOT_IN_GROUP;
   if (LoadDependencies(*descriptor, true) != ZN_OK) return ZNE_DEPENDENT_PROVIDER_FAILED;
   static_cast<void>(LoadDependencies(*descriptor, false));
-  ZN_RETURN_IF_FAILED(LoadImage(descriptor));
+  // Contract: whatever the entry point answers but 0 ends the load, successes among it.
+  u32 status = LoadImage(descriptor);
+  if (status != ZN_OK) return status;
   ZnHandle handle = nullptr;
-  const u32 status = StartProvider(*descriptor, &handle);
+  status = StartProvider(*descriptor, &handle);
   Provider* provider = database_.FindProviderByHandle(handle);
   if (ZN_FAILED(status) || provider == nullptr) {
     DiscardProvider(database_, handle);
