@@ -68,8 +68,7 @@ template <typename T>
 template <typename T>
 [[nodiscard]] T* LiveHandleThing(ZnHandle handle, u32 tag) noexcept {
   if (HandleTag(handle) != tag) return nullptr;
-  T* thing = HandleThing<T>(handle);
-  std::atomic_thread_fence(std::memory_order_acquire);
+  T* thing = static_cast<T*>(handle->thing.load(std::memory_order_acquire));
   return handle->tag.load(std::memory_order_relaxed) == tag ? thing : nullptr;
 }
 
