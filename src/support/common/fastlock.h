@@ -36,7 +36,7 @@ class RecursiveLock {
   RecursiveLock(const RecursiveLock&) = delete;
   RecursiveLock& operator=(const RecursiveLock&) = delete;
 
-  void Lock() noexcept {
+  void Lock() noexcept ZN_NO_THREAD_SAFETY_ANALYSIS {
     const u32 self = CurrentThreadId();
     if (owner_.load(std::memory_order_relaxed) == self) {
       ++count_;
@@ -48,7 +48,7 @@ class RecursiveLock {
   }
 
   // By a thread that does not hold the lock: waits for it and does nothing.
-  void Unlock() noexcept {
+  void Unlock() noexcept ZN_NO_THREAD_SAFETY_ANALYSIS {
     if (owner_.load(std::memory_order_relaxed) != CurrentThreadId()) {
       lock_.Lock();
       lock_.Unlock();
@@ -67,7 +67,7 @@ class RecursiveLock {
   [[nodiscard]] u32 Owner() const noexcept { return owner_.load(std::memory_order_relaxed); }
 
   // Gives all holds of the calling thread back and returns how many there were.
-  [[nodiscard]] u32 ReleaseAll() noexcept {
+  [[nodiscard]] u32 ReleaseAll() noexcept ZN_NO_THREAD_SAFETY_ANALYSIS {
     const u32 depth = HoldCount();
     if (depth == 0) return 0;
     count_ = 0;

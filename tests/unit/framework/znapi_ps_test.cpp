@@ -5,6 +5,7 @@
 
 #include "support/common/handle.h"
 #include "tests/unit/framework/trace_capture.h"
+#include "zn/memory.h"
 #include "zn/platform.h"
 #include "zn/ps.h"
 #include "zn/status.h"
@@ -23,12 +24,12 @@ class Set {
   Set& operator=(const Set&) = delete;
   operator ZnHandle() const { return handle_; }  // NOLINT(google-explicit-constructor)
 
-  u32 Add(const char* name, u32 value, u32 flags = 0) {
-    const Property2 property{const_cast<char*>(name), ZN_TYPE_UINT32, flags, 4, &value};
+  u32 Add(const char* name, u32 value, u32 withFlags = 0) {
+    const Property2 property{const_cast<char*>(name), ZN_TYPE_UINT32, withFlags, 4, &value};
     return PsAddProperty(handle_, &property);
   }
-  u32 Put(const char* name, u32 value, u32 flags = 0) {
-    const Property2 property{const_cast<char*>(name), ZN_TYPE_UINT32, flags, 4, &value};
+  u32 Put(const char* name, u32 value, u32 withFlags = 0) {
+    const Property2 property{const_cast<char*>(name), ZN_TYPE_UINT32, withFlags, 4, &value};
     return PsSetProperty(handle_, &property);
   }
   u32 Get(const char* name) {

@@ -1,4 +1,5 @@
 // Critical sections, threads, closing of handles, pointer probes, time, names, versions, flags.
+#include "zn/init.h"
 #include "zn/platform.h"
 
 #include <sys/utsname.h>
