@@ -62,8 +62,8 @@ ZN_API u32 ShutdownServer(void);
  * Returns ZN_OK; ZNE_INVALID_ARGUMENTS for a bad handle or pointer, an empty Event slot, or a null
  * `hDb` in a process without a system database; ZNW_SHMEM_LOGIN_FAILED on a client copy that has
  * not logged on; ZNE_TYPE_NOT_FOUND where the database has no type KELD_Provider;
- * ZNE_PROVIDER_ACCESS_VIOLATED when Initialize throws, or its status; ZNE_UNEXPECTED when Initialize
- * deleted the database; ZNE_OUT_OF_MEMORY. Any thread.
+ * ZNE_PROVIDER_ACCESS_VIOLATED when Initialize throws, or its status; ZNE_UNEXPECTED when
+ * Initialize deleted the database; ZNE_OUT_OF_MEMORY. Any thread.
  */
 ZN_API u32 ZnRegisterAsProvider(ZnHandle hDb, const ZnWChar* name,
                                 const ProviderCallbacks* callbacks, ZnHandle* outProvider);

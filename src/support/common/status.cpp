@@ -1,8 +1,6 @@
 // The table of status texts and its look-up. Rows are constant, so any thread may read them.
 #include "support/common/status.h"
 
-#include "zn/text.h"
-
 #include <array>
 
 #include "zn/text.h"
