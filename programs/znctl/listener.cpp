@@ -15,6 +15,10 @@
 namespace zn::ctl {
 namespace {
 
+// Raised by the listener to itself: events are delivered in the order of their raising, so what
+// comes before it is older than the listener.
+constexpr char kMarkerTopic[] = "event.znctl.listener.start";
+
 u32 OnCall(ObjectId, u32, u32, ZnHandle, ZnHandle, u32, u32, void*, TaskCallback, const GUID*,
            const ObjectId*, ZnHandle*) {
   return ZNE_NOT_IMPLEMENTED;
@@ -66,7 +70,24 @@ Listener::Listener(const Database& database, const std::string& pattern) : datab
         fmt::format("listen to \"{}\"", Printable(pattern)));
 }
 
+void Listener::SkipThePast() {
+  const Propset nothing;
+  Check(EvRegisterEvent(database_.Handle(), provider_, kMarkerTopic, &markerRegistration_),
+        "listen to events");
+  Check(EvRaiseEvent(database_.Handle(), provider_, kMarkerTopic, nothing.Handle()),
+        "listen to events");
+  for (;;) {
+    const std::optional<InboxItem> item = Inbox::Get().Wait(std::nullopt);
+    if (!item) return;  // a signal; whoever waits next sees it too
+    const auto* event = std::get_if<BusEvent>(&*item);
+    if (event != nullptr && event->topic == kMarkerTopic) break;
+  }
+  EvUnregisterEvent(database_.Handle(), markerRegistration_);
+  markerRegistration_ = nullptr;
+}
+
 Listener::~Listener() {
+  if (markerRegistration_ != nullptr) EvUnregisterEvent(database_.Handle(), markerRegistration_);
   if (registration_ != nullptr) EvUnregisterEvent(database_.Handle(), registration_);
 }
 

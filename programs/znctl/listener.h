@@ -15,6 +15,10 @@ class Listener {
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
 
+  // Waits until all that was raised before has been delivered, and drops it. What the inbox holds
+  // then is news.
+  void SkipThePast();
+
   // The provider's own object, whose changes are nobody's business.
   const Id& OwnId() const { return ownId_; }
 
@@ -22,6 +26,7 @@ class Listener {
   const Database& database_;
   ZnHandle provider_ = nullptr;
   ZnHandle registration_ = nullptr;
+  ZnHandle markerRegistration_ = nullptr;
   Id ownId_;
 };
 

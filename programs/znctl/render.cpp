@@ -256,6 +256,7 @@ std::string RenderField(const Terminal& terminal, const std::string& label,
   const size_t width = terminal.width > kLabelWidth + 20 ? terminal.width - kLabelWidth : 0;
   const std::vector<std::string> lines =
       width == 0 ? std::vector<std::string>{text} : Wrap(text, width);
+  if (text.empty()) return Styled(terminal, Style::kBold, label) + "\n";
   for (size_t i = 0; i < lines.size(); ++i) {
     out += i == 0 ? Styled(terminal, Style::kBold, head) : std::string(kLabelWidth, ' ');
     out += lines[i] + "\n";

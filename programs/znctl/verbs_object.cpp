@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 
 #include "console.h"
 #include "failure.h"
@@ -22,11 +23,14 @@ struct ObjectArguments {
 };
 
 std::string JoinNames(BusSource& source, const std::vector<Id>& ids) {
-  std::string out;
+  std::vector<std::string> names;
   for (const Id& id : ids) {
     const ObjectInfo* info = source.Info(id);
-    out += (out.empty() ? "" : ", ") + (info == nullptr ? IdText(id) : Printable(TitleOf(*info)));
+    names.push_back(info == nullptr ? IdText(id) : Printable(TitleOf(*info)));
   }
+  std::sort(names.begin(), names.end(), NaturalLess);
+  std::string out;
+  for (const std::string& name : names) out += (out.empty() ? "" : ", ") + name;
   return out;
 }
 

@@ -53,7 +53,8 @@ int RunWatch(Console& console, const WatchArguments& arguments) {
   const Database& bus = console.Bus();
   std::optional<Id> only;
   if (!arguments.object.empty()) only = console.Resolve(arguments.object);
-  const Listener listener(bus, PatternOf(console, arguments));
+  Listener listener(bus, PatternOf(console, arguments));
+  listener.SkipThePast();
   Watcher watcher(bus);
   const Deadline deadline = DeadlineOf(arguments);
   if (console.Screen().bars && !console.json && !deadline) {

@@ -137,8 +137,7 @@ Workplace::Workplace() {
   folder_ = name;
   Write("settings.toml", "InstallDir = \"" + folder_ +
                              "\"\n[ProviderGroup]\n[Providers.bench]\nImageFile = \"" +
-                             ZNCTL_TEST_PROVIDER + "\"\n[Groups.things]\n" +
-                             "DisplayName = \"Things\"\nContains = \"ZnctlTest_Thing\"\n");
+                             ZNCTL_TEST_PROVIDER + "\"\n");
 }
 
 Workplace::~Workplace() {
@@ -163,7 +162,7 @@ Finished Workplace::Znctl(std::vector<std::string> arguments) const {
 
 Finished Workplace::Do(Run run) const {
   std::vector<std::string> first{"--settings", Settings()};
-  const bool needsBus = !run.arguments.empty() && run.arguments.front() != "settings";
+  const bool needsBus = run.local && !run.arguments.empty() && run.arguments.front() != "settings";
   if (needsBus) first.insert(first.begin(), "--local");
   run.arguments.insert(run.arguments.begin(), first.begin(), first.end());
   run.environment.emplace("ZNCTL_TEST_LOG", File("log"));

@@ -103,7 +103,7 @@ TEST_F(Console, ShowsTheTree) {
                             "   └─ twin  ZnctlTest_Thing  [0-9a-f]{8}\n$"));
   const Finished all = place_.Znctl({"tree", "--all"});
   EXPECT_THAT(all.out, HasSubstr("unseen"));
-  EXPECT_THAT(place_.Znctl({"tree", "/"}).out, HasSubstr("Things  KELD_GenericGroup"));
+  EXPECT_THAT(place_.Znctl({"tree", "/"}).out, HasSubstr("KELD_SystemGroup"));
 }
 
 TEST_F(Console, PrintsTheTreeAsJson) {
@@ -250,6 +250,9 @@ TEST_F(Console, ShowsTypes) {
 }
 
 TEST_F(Console, ShowsGroups) {
+  place_.Write("settings.toml", place_.Read("settings.toml") +
+                                    "[Groups.things]\nDisplayName = \"Things\"\n"
+                                    "Contains = \"ZnctlTest_Thing\"\n");
   const Json groups = JsonOf({"groups"})["groups"];
   const auto things = std::find_if(groups.begin(), groups.end(),
                                    [](const Json& group) { return group["name"] == "Things"; });
@@ -257,6 +260,9 @@ TEST_F(Console, ShowsGroups) {
   EXPECT_EQ(KeysOf(*things), (Keys{"id", "type", "name", "hidden", "members"}));
   EXPECT_EQ((*things)["members"].size(), 14u);
   EXPECT_THAT(place_.Znctl({"groups"}).out, ContainsRegex("Things  KELD_GenericGroup  +14\n"));
+  // An object that only a group holds stands below it.
+  EXPECT_THAT(place_.Znctl({"tree"}).out, ContainsRegex("Things  .*\n   └─ bench  "));
+  EXPECT_EQ(place_.Znctl({"show", "/Things/bench/tray"}).code, 0);
 }
 
 TEST_F(Console, ShowsProvidersAndWarnsOfFailedOnes) {
@@ -419,14 +425,12 @@ TEST_F(Console, RefusesWrongUsageWithTwo) {
 
 TEST_F(Console, AsksForLocalWhereNoServerIsNamed) {
   Run run;
-  run.arguments = {"settings", "list"};  // so that --local is not put before
-  EXPECT_EQ(place_.Do(run).code, 0);
-  run.arguments = {"settings"};
-  run.arguments = {"--settings", place_.Settings(), "tree"};
-  Workplace other;
-  Run bare;
-  bare.arguments = {"settings", "list"};
-  EXPECT_EQ(other.Do(bare).code, 0);
+  run.arguments = {"tree"};
+  run.local = false;
+  const Finished finished = place_.Do(run);
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_EQ(finished.err,
+            "znctl: no bus to work on: --local runs it in this process, with its providers\n");
 }
 
 TEST_F(Console, KeepsSettings) {
@@ -465,7 +469,7 @@ TEST_F(Console, ExportsAndImportsSettings) {
   other.Write("settings.toml", "");
   const Finished imported = other.Znctl({"settings", "import", place_.File("copy.toml")});
   EXPECT_EQ(imported.code, 0) << imported.err;
-  EXPECT_THAT(imported.out, HasSubstr("6 settings written to " + other.Settings()));
+  EXPECT_THAT(imported.out, HasSubstr("4 settings written to " + other.Settings()));
   EXPECT_EQ(other.Znctl({"settings", "export"}).out, exported);
   EXPECT_EQ(other.Znctl({"tree", "/bench", "--depth", "1"}).code, 0);
 

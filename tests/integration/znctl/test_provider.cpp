@@ -136,11 +136,28 @@ u32 NumberIn(ZnHandle set, const char* name, u32 fallback) {
   return number;
 }
 
-void StoreResult(const ObjectId& task, u32 steps) {
-  ZnHandle out = nullptr;
-  PsCreatePropset(&out);
+void PutDone(ZnHandle out, u32 steps) {
   const Property2 done = Flat("Done", ZN_TYPE_UINT32, &steps, 4);
   PsAddProperty(out, &done);
+}
+
+// The library stores the output of the call on the task once the call has returned.
+bool HasOutput(const ObjectId& task) {
+  Property2* flat = nullptr;
+  if (ZN_FAILED(ObGetProperty(bus, task, "OutData", &flat))) return false;
+  Property2* done = nullptr;
+  const u32 status = PsFindProperty(static_cast<ZnHandle>(flat->Value), "Done", &done);
+  if (!ZN_FAILED(status)) PsFreeProperty(done);
+  PsFreeProperty(flat);
+  return !ZN_FAILED(status);
+}
+
+void StoreResult(const ObjectId& task, u32 steps) {
+  while (!HasOutput(task) && Pause(std::chrono::milliseconds(1))) {
+  }
+  ZnHandle out = nullptr;
+  PsCreatePropset(&out);
+  PutDone(out, steps);
   const Property2 flat = Flat("OutData", ZN_TYPE_PROPSET, out, 8);
   ObSetProperty(bus, task, &flat);
   PsDestroyPropset(out);
@@ -168,6 +185,7 @@ u32 Call(ObjectId id, u32 majorCode, u32 minorCode, ZnHandle in, ZnHandle out, u
       return ZN_OK;
     case kWork: {
       if ((flags & ZN_CALL_ASYNCHRONOUS) == 0) return ZNE_INVALID_ARGUMENTS;
+      PutDone(out, 0);  // an empty set would count as equal to any, and so never be replaced
       const std::lock_guard lock(mutex);
       threads.emplace_back(Work, NumberIn(in, "Steps", 10), NumberIn(in, "Result", 0), *taskId,
                            context, callback);
