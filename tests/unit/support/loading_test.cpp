@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "support/common/platform.h"
-#include "unit/support/temporary.h"
+#include "tests/unit/support/temporary.h"
 #include "zn/platform.h"
 
 namespace zn {

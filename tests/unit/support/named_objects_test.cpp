@@ -15,7 +15,7 @@
 #include "support/common/handle.h"
 #include "support/common/named_mutex.h"
 #include "support/common/shared_memory.h"
-#include "unit/support/temporary.h"
+#include "tests/unit/support/temporary.h"
 #include "zn/platform.h"
 
 namespace zn {

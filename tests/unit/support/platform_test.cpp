@@ -15,7 +15,7 @@
 #include "support/common/fastlock.h"
 #include "support/common/handle.h"
 #include "support/common/platform.h"
-#include "unit/support/temporary.h"
+#include "tests/unit/support/temporary.h"
 #include "zn/memory.h"
 
 namespace zn {

@@ -14,7 +14,7 @@
 #include "support/common/handle.h"
 #include "support/common/helpers.h"
 #include "support/common/settings_store.h"
-#include "unit/support/temporary.h"
+#include "tests/unit/support/temporary.h"
 #include "zn/memory.h"
 #include "zn/platform.h"
 

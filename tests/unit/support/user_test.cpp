@@ -13,7 +13,7 @@
 #include "support/common/download_path.h"
 #include "support/common/platform.h"
 #include "support/posix/password.h"
-#include "unit/support/temporary.h"
+#include "tests/unit/support/temporary.h"
 #include "zn/platform.h"
 
 namespace zn {

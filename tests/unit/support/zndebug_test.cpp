@@ -13,7 +13,7 @@
 
 #include "support/common/format.h"
 #include "support/common/trace.h"
-#include "unit/support/temporary.h"
+#include "tests/unit/support/temporary.h"
 
 namespace zn {
 namespace {
