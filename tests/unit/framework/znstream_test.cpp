@@ -176,9 +176,9 @@ TEST(BinaryStream, NamesOutOfOrderAreSortedIn) {
 }
 
 std::string NestedSets(u32 depth) {
-  std::string bytes = Bytes({0, 0, 0, 0});
-  for (u32 i = 1; i < depth; ++i) bytes = HeadOf(ZN_TYPE_PROPSET) + bytes;
-  return bytes;
+  std::string bytes;
+  for (u32 i = 1; i < depth; ++i) bytes += HeadOf(ZN_TYPE_PROPSET);
+  return bytes + Bytes({0, 0, 0, 0});
 }
 
 TEST(BinaryStream, SetsNestTwoHundredFiftySixDeepAndNoDeeper) {

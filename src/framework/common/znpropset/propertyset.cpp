@@ -260,16 +260,25 @@ u32 PropertySet::Unmarshal(BinaryReader& stream) {
   if (static_cast<i32>(count) < 0) count = 0;  // a negative count reads as none
   if (count > stream.Left() / kLeastPropertyBytes) return ZNE_UNEXPECTED;
   if (count != 0) read.Reserve(count);
-  for (u32 i = 0; i < count; ++i) {
-    u32 tag = 0;
-    Property property;
-    ZN_RETURN_IF_FAILED(stream.ReadUInt32(&tag));
-    ZN_RETURN_IF_FAILED(property.Unmarshal(tag, stream));
-    // Contract: of a name that comes twice the first property stays; nothing is reported.
-    static_cast<void>(read.AddOwned(std::move(property)));
-  }
+  for (u32 i = 0; i < count; ++i) ZN_RETURN_IF_FAILED(read.UnmarshalNext(stream));
   stream.Leave();
   Swap(read);
+  return ZN_OK;
+}
+
+// Reads one property behind the last, where room has been made. Streams are written in the order of
+// the names, so it mostly stays there.
+u32 PropertySet::UnmarshalNext(BinaryReader& stream) {
+  u32 tag = 0;
+  ZN_RETURN_IF_FAILED(stream.ReadUInt32(&tag));
+  Property& property = *new (static_cast<void*>(&items_[count_])) Property;
+  ++count_;  // what fails from here on goes with the set
+  ZN_RETURN_IF_FAILED(property.Unmarshal(tag, stream));
+  if (count_ == 1 || items_[count_ - 2].Key() < property.Key()) return ZN_OK;
+  Property moved(std::move(property));
+  items_[--count_].~Property();
+  // Contract: of a name that comes twice the first property stays; nothing is reported.
+  static_cast<void>(AddOwned(std::move(moved)));
   return ZN_OK;
 }
 

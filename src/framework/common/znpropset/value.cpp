@@ -438,13 +438,14 @@ void Value::Marshal(BinaryWriter& stream) const {
 }
 
 u32 Value::Unmarshal(u32 tag, BinaryReader& stream) {
-  tag = CanonicalTag(tag);
-  if (tag == 0) return ZNE_UNEXPECTED;
-  const ValueTypes::Row& row = ValueTypes::Get(tag);
+  const ValueTypes::Row* found = ValueTypes::Find(tag & 0x0FFFFFFF);
+  if (found == nullptr) found = ValueTypes::Find(tag & 0xFFFF);
+  if (found == nullptr) return ZNE_UNEXPECTED;
+  const ValueTypes::Row& row = *found;
   Value read;
   if ((tag & ZN_TYPE_ARRAY) == 0) {
     ZN_RETURN_IF_FAILED(row.unmarshal(&read.payload_, stream));
-    read.tag_ = tag;
+    read.tag_ = row.tag;
   } else {
     u32 count = 0;
     ZN_RETURN_IF_FAILED(stream.ReadUInt32(&count));
