@@ -166,7 +166,8 @@ TEST_F(TypeManagerTest, MakesTheTypeOfTypesWithTheFirstType) {
 
 TEST_F(TypeManagerTest, TellsANewTypeWithItsPropertyForm) {
   static_cast<void>(TakeTold());
-  TypeObject* type = MakeType("Disk", Declares("P", Value::UInt32(0)));
+  ASSERT_EQ(Create("Disk", {"KELD_Object"}, Declares("P", Value::UInt32(0))), ZN_OK);
+  const TypeObject* type = Types().FindType("Disk");
   const std::vector<Told> told = TakeTold();
   ASSERT_EQ(told.size(), 1u);
   EXPECT_EQ(told[0].topic,
