@@ -15,6 +15,7 @@
 #include "support/common/handle.h"
 #include "support/common/platform.h"
 #include "unit/support/temporary.h"
+#include "zn/init.h"
 #include "zn/memory.h"
 
 namespace zn {
