@@ -153,6 +153,10 @@ u32 PutProperty(ZnHandle set, const char* name, const PropertySet& value) {
   return Put(set, name, ZN_TYPE_PROPSET, 0, 8, value.Handle());
 }
 
+u32 PutId(ZnHandle set, const char* name, const ObjectId& id) {
+  return Put(set, name, ZN_TYPE_OBJECT_ID, 0, sizeof(id), &id);
+}
+
 u32 PutProperties(ZnHandle set, const Properties& properties) {
   for (const auto& [name, value] : properties) {
     const u32 status = PutProperty(set, name.c_str(), value);

@@ -28,6 +28,7 @@ class PropertySet {
 // Adds one property to a set or replaces its value.
 u32 PutProperty(ZnHandle set, const char* name, const Value& value, u32 flags = 0);
 u32 PutProperty(ZnHandle set, const char* name, const PropertySet& value);
+u32 PutId(ZnHandle set, const char* name, const ObjectId& id);
 u32 PutProperties(ZnHandle set, const Properties& properties);
 
 // Text of a string or wide string property of a set, as UTF-8. ZNE_PROPERTY_NOT_FOUND without the

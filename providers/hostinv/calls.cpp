@@ -103,14 +103,21 @@ u32 PutChecksum(ZnHandle set, const Checksum& checksum) {
                              {"Bytes", checksum.bytes}});
 }
 
-// True once the library has put the output set of the call that started the task onto the task.
+// The output of a task: that of the call, and the task's id.
+u32 PutTaskOutput(ZnHandle set, const ObjectId& task, const Checksum& checksum) {
+  const u32 status = PutId(set, "TaskId", task);
+  return ZN_FAILED(status) ? status : PutChecksum(set, checksum);
+}
+
+// True once the library has put the output set of the call that started the task onto the task. The
+// id tells it from what the caller had left in its set by an earlier call.
 bool HasOutput(ZnHandle database, const ObjectId& task) {
   Property2* output = nullptr;
   if (ZN_FAILED(ObGetProperty(database, task, "OutData", &output))) return false;
-  std::string digest;
-  const u32 status = FindText(static_cast<ZnHandle>(output->Value), "Digest", &digest);
+  ObjectId owner{};
+  const u32 status = FindId(static_cast<ZnHandle>(output->Value), "TaskId", &owner);
   PsFreeProperty(output);
-  return ZN_SUCCEEDED(status);
+  return ZN_SUCCEEDED(status) && ObCompareId(owner, task);
 }
 
 // The task lives until the finishing report, so its output must be complete before. The library
@@ -124,7 +131,7 @@ u32 StoreOutput(ZnHandle database, const ObjectId& task, const Checksum& checksu
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   const PropertySet output;
-  u32 status = PutChecksum(output.Handle(), checksum);
+  u32 status = PutTaskOutput(output.Handle(), task, checksum);
   if (ZN_FAILED(status)) return status;
   const PropertySet properties;
   status = PutProperty(properties.Handle(), "OutData", output);
@@ -168,7 +175,7 @@ u32 ChecksumOfFile(const CallServices& services, const CallArguments& arguments)
   if (!arguments.asynchronous) return ComputeNow(*file, arguments.out);
   // Announces the output: an empty set on the task would count as equal to any other, and so could
   // never be replaced.
-  const u32 announced = PutChecksum(arguments.out, Checksum());
+  const u32 announced = PutTaskOutput(arguments.out, arguments.task, Checksum());
   if (ZN_FAILED(announced)) return announced;
   SetName(services.database, arguments.task, "Checksum of " + path);
   // So that Stop can be called on the task itself.

@@ -317,7 +317,8 @@ TEST_F(RecordedBus, LeavesTheDigestOnTheTask) {
 }
 
 TEST_F(RecordedBus, LeavesTheDigestHoweverShortTheFile) {
-  // Such a job ends about when its call returns; many tries meet both orders.
+  // Such a job ends about when its call returns; many tries meet both orders. Each passes the
+  // output set of the one before, as a caller in a loop would.
   for (int i = 0; i < 200; ++i) {
     SetPath("leer");
     HeardReports heard;
