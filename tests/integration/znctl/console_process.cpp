@@ -36,7 +36,7 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
   return out;
 }
 
-[[noreturn]] void Become(const Run& run) {
+[[noreturn]] void Become(const Invocation& run) {
   std::vector<std::string> arguments{ZNCTL_PROGRAM};
   arguments.insert(arguments.end(), run.arguments.begin(), run.arguments.end());
   std::map<std::string, std::string> variables = {
@@ -51,7 +51,7 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
   _exit(127);
 }
 
-Child StartOnPipes(const Run& run) {
+Child StartOnPipes(const Invocation& run) {
   int in[2];
   int out[2];
   int err[2];
@@ -69,7 +69,7 @@ Child StartOnPipes(const Run& run) {
   return {pid, {out[0], err[0]}, in[1]};
 }
 
-Child StartOnTerminal(const Run& run) {
+Child StartOnTerminal(const Invocation& run) {
   int master = -1;
   winsize size{24, 80, 0, 0};
   const pid_t pid = forkpty(&master, nullptr, nullptr, &size);
@@ -80,7 +80,7 @@ Child StartOnTerminal(const Run& run) {
 // Reads both outputs to their ends; does what the test wants once the awaited text is there.
 class Reading {
  public:
-  Reading(const Run& run, Child* child) : run_(run), child_(child) {}
+  Reading(const Invocation& run, Child* child) : run_(run), child_(child) {}
 
   void ReadAll(Finished* finished) {
     const auto end = std::chrono::steady_clock::now() + kPatience;
@@ -124,7 +124,7 @@ class Reading {
     }
   }
 
-  const Run& run_;
+  const Invocation& run_;
   Child* child_;
   bool acted_ = false;
 };
@@ -155,12 +155,12 @@ std::string Workplace::Read(const std::string& name) const {
 }
 
 Finished Workplace::Znctl(std::vector<std::string> arguments) const {
-  Run run;
+  Invocation run;
   run.arguments = std::move(arguments);
   return Do(std::move(run));
 }
 
-Finished Workplace::Do(Run run) const {
+Finished Workplace::Do(Invocation run) const {
   std::vector<std::string> first{"--settings", Settings()};
   const bool needsBus = run.local && !run.arguments.empty() && run.arguments.front() != "settings";
   if (needsBus) first.insert(first.begin(), "--local");

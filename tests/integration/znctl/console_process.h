@@ -16,7 +16,7 @@ struct Finished {
   std::string err;  // empty on a terminal, where all is one stream
 };
 
-struct Run {
+struct Invocation {
   std::vector<std::string> arguments;
   std::map<std::string, std::string> environment;
   std::string input;
@@ -42,7 +42,7 @@ class Workplace {
 
   // Runs znctl with --settings, and with --local unless `arguments` start with "settings".
   Finished Znctl(std::vector<std::string> arguments) const;
-  Finished Do(Run run) const;
+  Finished Do(Invocation run) const;
 
  private:
   std::string folder_;

@@ -379,7 +379,7 @@ TEST_F(Console, Refreshes) {
 }
 
 TEST_F(Console, NamesTheSettingsFileThatIsMissing) {
-  Run run;
+  Invocation run;
   run.arguments = {"tree", "--settings", "/nowhere/settings.toml"};
   const Finished finished = place_.Do(run);
   EXPECT_EQ(finished.code, 1);
@@ -424,7 +424,7 @@ TEST_F(Console, RefusesWrongUsageWithTwo) {
 }
 
 TEST_F(Console, AsksForLocalWhereNoServerIsNamed) {
-  Run run;
+  Invocation run;
   run.arguments = {"tree"};
   run.local = false;
   const Finished finished = place_.Do(run);
@@ -473,7 +473,7 @@ TEST_F(Console, ExportsAndImportsSettings) {
   EXPECT_EQ(other.Znctl({"settings", "export"}).out, exported);
   EXPECT_EQ(other.Znctl({"tree", "/bench", "--depth", "1"}).code, 0);
 
-  Run run;
+  Invocation run;
   run.arguments = {"settings", "import", "-"};
   run.input = "Added = 1\n";
   EXPECT_EQ(place_.Do(run).code, 0);

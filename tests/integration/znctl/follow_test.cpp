@@ -70,7 +70,9 @@ TEST_F(Following, WatchTellsWhatChangedFromWhatToWhat) {
     const Json& change = event["changes"][0];
     EXPECT_EQ(change["property"], "Count");
     EXPECT_LT(change["before"].get<i64>(), change["after"].get<i64>());
-    if (last >= 0) EXPECT_EQ(change["before"].get<i64>(), last);
+    if (last >= 0) {
+      EXPECT_EQ(change["before"].get<i64>(), last);
+    }
     last = change["after"].get<i64>();
   }
   EXPECT_EQ(place_.Read("log"), kCleanEnd);
@@ -101,7 +103,7 @@ TEST_F(Following, WatchRefusesABadPattern) {
 TEST_F(Following, SignalsEndAWatchCleanlyWithZero) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     const Workplace place;
-    Run run;
+    Invocation run;
     run.arguments = {"watch"};
     run.untilOutput = "Count:";
     run.signal = number;
@@ -112,7 +114,7 @@ TEST_F(Following, SignalsEndAWatchCleanlyWithZero) {
 }
 
 TEST_F(Following, InterruptStopsATaskWith130) {
-  Run run;
+  Invocation run;
   run.arguments = {"call", "tray", kInterface, "1", "2", "Steps=100000", "--async"};
   run.onTerminal = true;
   run.untilOutput = "  0%";
@@ -124,7 +126,7 @@ TEST_F(Following, InterruptStopsATaskWith130) {
 }
 
 TEST_F(Following, AClosedPipeEndsAWatchCleanly) {
-  Run run;
+  Invocation run;
   run.arguments = {"watch"};
   run.untilOutput = "Count:";
   run.closeOutput = true;
@@ -140,7 +142,7 @@ TEST_F(Following, ProvidersAreShutDownAfterFailuresToo) {
 }
 
 TEST_F(Following, ATerminalGetsColourAndBars) {
-  Run run;
+  Invocation run;
   run.onTerminal = true;
   run.arguments = {"tree", "/bench"};
   EXPECT_THAT(place_.Do(run).out, HasSubstr("\033[1;36mbench\033[0m"));
@@ -152,7 +154,7 @@ TEST_F(Following, ATerminalGetsColourAndBars) {
 }
 
 TEST_F(Following, NoColorIsHonoured) {
-  Run run;
+  Invocation run;
   run.onTerminal = true;
   run.environment["NO_COLOR"] = "1";
   run.arguments = {"tree"};
@@ -178,7 +180,7 @@ TEST_F(Following, NothingIsWiderThanTheTerminal) {
                                                        {"watch", "-n", "2"},
                                                        {"settings", "list"}};
   for (const std::vector<std::string>& arguments : verbs) {
-    Run run;
+    Invocation run;
     run.onTerminal = true;
     run.arguments = arguments;
     const Finished finished = place_.Do(run);
@@ -190,7 +192,7 @@ TEST_F(Following, NothingIsWiderThanTheTerminal) {
 }
 
 TEST_F(Following, ANameCannotSteerTheTerminal) {
-  Run run;
+  Invocation run;
   run.onTerminal = true;
   run.environment["NO_COLOR"] = "1";
   for (const char* verb : {"tree", "list"}) {
@@ -202,7 +204,7 @@ TEST_F(Following, ANameCannotSteerTheTerminal) {
 }
 
 TEST_F(Following, AnAsciiLocaleGetsAsciiLines) {
-  Run run;
+  Invocation run;
   run.arguments = {"tree", "/bench", "--depth", "2"};
   run.environment["LC_ALL"] = "C";
   const std::string out = place_.Do(run).out;
