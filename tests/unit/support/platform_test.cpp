@@ -1,5 +1,4 @@
 // Critical sections, threads, closing of handles, pointer probes, time, names, versions, flags.
-#include "zn/init.h"
 #include "zn/platform.h"
 
 #include <sys/utsname.h>
@@ -16,6 +15,7 @@
 #include "support/common/handle.h"
 #include "support/common/platform.h"
 #include "tests/unit/support/temporary.h"
+#include "zn/init.h"
 #include "zn/memory.h"
 
 namespace zn {
