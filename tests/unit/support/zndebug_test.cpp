@@ -237,7 +237,7 @@ TEST(Format, NothingIsStored) {
 TEST(TraceThreads, LinesOfManyThreadsAreWhole) {
   const TemporaryTrace trace(1);
   constexpr int kThreads = 4;
-  constexpr int kLines = 200;
+  constexpr int kLines = 50;
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([i] {
