@@ -11,10 +11,10 @@ namespace zn {
 namespace {
 
 std::string_view View(const char* text) noexcept {
-  return text == nullptr ? std::string_view() : std::string_view(text);
+  return text == nullptr ? std::string_view("") : std::string_view(text);
 }
 std::u16string_view View(const ZnWChar* text) noexcept {
-  return text == nullptr ? std::u16string_view() : std::u16string_view(text);
+  return text == nullptr ? std::u16string_view(u"") : std::u16string_view(text);
 }
 
 // Copies a text with its terminator; `from` may overlap.

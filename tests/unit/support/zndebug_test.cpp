@@ -5,6 +5,7 @@
 
 #include <cstdarg>
 #include <limits>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -45,12 +46,11 @@ TEST(Trace, TheFileBeginsWithTheTimeAndLinesHaveTheirForm) {
   const TemporaryTrace trace(1);
   ZnTrace(1, "ZnAPI:Exiting %s: 0x%x, %lu", "ObExists", 0xC1000010u, 0xC1000010ul);
   ZnTrace(1, "ends in a newline\n");
-  constexpr const char* kForm =
-      "[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}\n"
-      "[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4} :  "
-      "ZnAPI:Exiting ObExists: 0xc1000010, 3238002704\n"
-      "[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4} :  ends in a newline\n\n";
-  EXPECT_THAT(trace.Text(), testing::MatchesRegex(kForm));
+  const std::string time = "[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}";
+  EXPECT_THAT(trace.Text(),
+              ::testing::MatchesRegex(time + "\n" + time +
+                                      " :  ZnAPI:Exiting ObExists: 0xc1000010, 3238002704\n" +
+                                      time + " :  ends in a newline\n\n"));
 }
 
 TEST(Trace, WithoutAFileCallsDoNothing) {
@@ -237,7 +237,7 @@ TEST(Format, NothingIsStored) {
 TEST(TraceThreads, LinesOfManyThreadsAreWhole) {
   const TemporaryTrace trace(1);
   constexpr int kThreads = 4;
-  constexpr int kLines = 200;
+  constexpr int kLines = 50;
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([i] {
@@ -251,7 +251,7 @@ TEST(TraceThreads, LinesOfManyThreadsAreWhole) {
   std::getline(lines, line);
   int count = 0;
   while (std::getline(lines, line)) {
-    EXPECT_THAT(line, testing::MatchesRegex(".* :  thread [0-3] line [0-9]+ end"));
+    EXPECT_THAT(line, ::testing::MatchesRegex("[^:]*:..:.. .... :  thread [0-3] line [0-9]+ end"));
     ++count;
   }
   EXPECT_EQ(count, kThreads * kLines);
