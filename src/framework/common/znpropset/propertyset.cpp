@@ -251,6 +251,18 @@ void PropertySet::Marshal(BinaryWriter& stream) const {
   for (const Property& property : *this) property.Marshal(stream);
 }
 
+// One sort at the end: sorting each property in as it comes would let names in falling order cost
+// the square of their number.
+void PropertySet::SortAndDropRepeats() {
+  std::stable_sort(items_, items_ + count_,
+                   [](const Property& a, const Property& b) { return a.Key() < b.Key(); });
+  // Contract: of a name that comes twice the first property stays; nothing is reported.
+  Property* kept = std::unique(items_, items_ + count_, [](const Property& a, const Property& b) {
+    return a.Key() == b.Key();
+  });
+  while (items_ + count_ != kept) items_[--count_].~Property();
+}
+
 u32 PropertySet::Unmarshal(BinaryReader& stream) {
   Clear();
   PropertySet read;
@@ -259,15 +271,17 @@ u32 PropertySet::Unmarshal(BinaryReader& stream) {
   ZN_RETURN_IF_FAILED(stream.Enter());
   if (static_cast<i32>(count) < 0) count = 0;  // a negative count reads as none
   if (count > stream.Left() / kLeastPropertyBytes) return ZNE_UNEXPECTED;
-  if (count != 0) read.Reserve(count);
+  if (count != 0) read.Reserve(std::min(count, kRoomAhead));
+  bool inOrder = true;
   for (u32 i = 0; i < count; ++i) {
     u32 tag = 0;
     Property property;
     ZN_RETURN_IF_FAILED(stream.ReadUInt32(&tag));
     ZN_RETURN_IF_FAILED(property.Unmarshal(tag, stream));
-    // Contract: of a name that comes twice the first property stays; nothing is reported.
-    static_cast<void>(read.AddOwned(std::move(property)));
+    inOrder = inOrder && (i == 0 || read.items_[i - 1].Key() < property.Key());
+    read.InsertAt(i, std::move(property));
   }
+  if (!inOrder) read.SortAndDropRepeats();
   stream.Leave();
   Swap(read);
   return ZN_OK;

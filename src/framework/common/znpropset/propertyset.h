@@ -136,6 +136,7 @@ class PropertySet {
  private:
   [[nodiscard]] u32 LowerBound(PropertyName name, bool* present) const noexcept;
   void InsertAt(u32 position, Property&& property);
+  void SortAndDropRepeats();
   void Reserve(u32 capacity);
 
   Property* items_ = nullptr;
