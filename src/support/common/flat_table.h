@@ -13,37 +13,54 @@
 
 namespace zn {
 
-// Spreads the bits of a weak hash over the word (the finaliser of MurmurHash3).
-[[nodiscard]] constexpr u64 MixHash(u64 h) noexcept {
-  h ^= h >> 33;
-  h *= 0xFF51AFD7ED558CCDull;
-  h ^= h >> 33;
-  h *= 0xC4CEB9FE1A85EC53ull;
-  h ^= h >> 33;
-  return h;
+// A secret of this process, mixed into every hash: names and ids come from the network, and whoever
+// could tell the hashes beforehand could make a million of them fall into one slot.
+[[nodiscard]] u64 MakeHashSeed() noexcept;
+[[nodiscard]] inline u64 HashSeed() noexcept {
+  static const u64 seed = MakeHashSeed();
+  return seed;
+}
+
+// Both halves of the 128-bit product with an odd constant, folded into one word.
+[[nodiscard]] inline u64 FoldProduct(u64 a) noexcept {
+  constexpr u64 kMultiplier = 0x9E3779B97F4A7C15ull;
+#if defined(__SIZEOF_INT128__)
+  __extension__ using Wide = unsigned __int128;
+  const Wide product = static_cast<Wide>(a) * kMultiplier;
+  return static_cast<u64>(product) ^ static_cast<u64>(product >> 64);
+#else
+  const u64 low = (a & 0xFFFFFFFFu) * (kMultiplier & 0xFFFFFFFFu);
+  const u64 middle1 = (a >> 32) * (kMultiplier & 0xFFFFFFFFu) + (low >> 32);
+  const u64 middle2 = (a & 0xFFFFFFFFu) * (kMultiplier >> 32) + (middle1 & 0xFFFFFFFFu);
+  const u64 high = (a >> 32) * (kMultiplier >> 32) + (middle1 >> 32) + (middle2 >> 32);
+  return (a * kMultiplier) ^ high;
+#endif
+}
+
+// A hash of one word.
+[[nodiscard]] inline u64 MixHash(u64 h) noexcept {
+  return FoldProduct(h ^ HashSeed());
 }
 
 // A hash over bytes, eight at a time.
 [[nodiscard]] inline u64 HashBytes(const void* data, size_t length) noexcept {
-  constexpr u64 kMultiplier = 0x9E3779B97F4A7C15ull;
   const auto* at = static_cast<const unsigned char*>(data);
-  u64 h = length * kMultiplier;
+  u64 h = HashSeed() + length;
   u64 word = 0;
   for (; length >= 8; length -= 8, at += 8) {
     std::memcpy(&word, at, 8);
-    h = (h ^ word) * kMultiplier;
-    h ^= h >> 29;
+    h = FoldProduct(h ^ word);
   }
   if (length >= 4) {
     u32 head = 0;
     u32 tail = 0;
     std::memcpy(&head, at, 4);
     std::memcpy(&tail, at + length - 4, 4);
-    h = (h ^ (u64{head} << 32 | tail)) * kMultiplier;
+    h = FoldProduct(h ^ (u64{head} << 32 | tail));
   } else if (length > 0) {
-    h = (h ^ (u64{at[0]} << 16 | u64{at[length / 2]} << 8 | at[length - 1])) * kMultiplier;
+    h = FoldProduct(h ^ (u64{at[0]} << 16 | u64{at[length / 2]} << 8 | at[length - 1]));
   }
-  return h ^ (h >> 32);
+  return h;
 }
 
 template <typename T>

@@ -38,7 +38,7 @@ bool ReserveArena() noexcept {
     void* memory = ReserveMemory(bytes);
     if (memory == nullptr) continue;
     handleArena.base.store(reinterpret_cast<std::uintptr_t>(memory), std::memory_order_relaxed);
-    handleArena.bytes.store(bytes, std::memory_order_relaxed);
+    handleArena.bytes.store(bytes, std::memory_order_release);
     return true;
   }
   return false;

@@ -37,10 +37,11 @@ extern std::atomic<u32> libraryAlive;
 
 // Whether the address is that of a record of the arena, live or not.
 [[nodiscard]] inline bool IsHandleAddress(const void* address) noexcept {
+  // The acquire: who sees the size sees the base too.
+  const size_t bytes = handleArena.bytes.load(std::memory_order_acquire);
   const auto offset =
       reinterpret_cast<std::uintptr_t>(address) - handleArena.base.load(std::memory_order_relaxed);
-  return offset < handleArena.bytes.load(std::memory_order_relaxed) &&
-         offset % sizeof(ZnHandleRecord) == 0;
+  return offset < bytes && offset % sizeof(ZnHandleRecord) == 0;
 }
 
 // The tag of a record, 0 for a freed one and for whatever is no handle.

@@ -83,9 +83,11 @@ void* Load(const std::string& path) {
   return nullptr;
 }
 
-void* LoadGuarded(std::string path) noexcept {
+// The path is made in here, since that may want memory too.
+template <typename MakePath>
+void* LoadGuarded(const MakePath& makePath) noexcept {
   try {
-    return Load(ToHostPath(std::move(path)));
+    return Load(ToHostPath(makePath()));
   } catch (const std::exception&) {
     SetLastFailure(ENOMEM);
     return nullptr;
@@ -99,16 +101,13 @@ void* LoadGuarded(std::string path) noexcept {
 extern "C" {
 
 void* ZnLoadLibraryA(const char* path) {
-  return zn::IsGoodPointer(path) ? zn::LoadGuarded(path) : nullptr;
+  if (!zn::IsGoodPointer(path)) return nullptr;
+  return zn::LoadGuarded([&] { return std::string(path); });
 }
 
 void* ZnLoadLibraryW(const ZnWChar* path) {
   if (!zn::IsGoodPointer(path)) return nullptr;
-  try {
-    return zn::LoadGuarded(zn::ToNarrow(path));
-  } catch (const std::exception&) {
-    return nullptr;
-  }
+  return zn::LoadGuarded([&] { return zn::ToNarrow(path); });
 }
 
 void* ZnGetProcAddress(void* library, const char* name) {

@@ -78,7 +78,9 @@ PasswordEnd ReadPassword(int in, int out, char (&password)[kPasswordBytes]) noex
     if (got <= 0 || end != PasswordEnd::kComplete || c == '\r' || c == '\n') break;
     if (c == kBackspace || c == kDelete) {
       if (length > 0) Show(out, "\b \b");
-      length = WithoutLast(password, length);
+      const size_t shorter = WithoutLast(password, length);
+      explicit_bzero(password + shorter, length - shorter);
+      length = shorter;
       continue;
     }
     password[length++] = c;
@@ -98,7 +100,7 @@ u32 ZnGetPassword(char** out) {
   if (block == nullptr) return ZNE_OUT_OF_MEMORY;
   // The terminal itself, so that a redirected input is no password; without one, the input.
   const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
-  char password[zn::kPasswordBytes];
+  char password[zn::kPasswordBytes] = "";
   const zn::PasswordEnd end = terminal >= 0
                                   ? zn::ReadPassword(terminal, terminal, password)
                                   : zn::ReadPassword(STDIN_FILENO, STDERR_FILENO, password);

@@ -21,7 +21,11 @@ std::unique_ptr<LoadedBus> theBus;
 // A library left running would be torn down by the end of the process, in no order of its own.
 class StopAtTheEnd : public testing::Environment {
  public:
-  void TearDown() override { theBus.reset(); }
+  void TearDown() override {
+    if (theBus == nullptr) return;
+    theBus->Stop();  // events still come in until then, and look for the bus
+    theBus.reset();
+  }
 };
 const testing::Environment* const stopAtTheEnd =
     testing::AddGlobalTestEnvironment(new StopAtTheEnd);

@@ -44,6 +44,8 @@ TEST(Stop, EndsARunningChecksum) {
                            HOSTINV_FILES_MAJOR, HOSTINV_CHECKSUM, in, out, ZN_CALL_ASYNCHRONOUS, 0,
                            &finished, OnReport, &answering, &task),
             0U);
+  EXPECT_EQ(PsDestroyPropset(in), 0U);
+  EXPECT_EQ(PsDestroyPropset(out), 0U);
   bus.Stop();
   ASSERT_EQ(result.wait_for(std::chrono::seconds(0)), std::future_status::ready)
       << "the task was still running when the library had stopped";

@@ -286,6 +286,7 @@ TEST_F(EventQueueThreads, ADatabaseWithoutChangeCallbackTellsNothing) {
 TEST_F(EventQueueThreads, ADatabaseThatGoesTakesItsEventsAlong) {
   Gate inside;
   Gate leave;
+  Gate closing;
   Register(first_, "a");
   onEvent = [&](int, const EventRecord& event) {
     if (std::string_view(event.topic) != "a.block") return;
@@ -305,10 +306,12 @@ TEST_F(EventQueueThreads, ADatabaseThatGoesTakesItsEventsAlong) {
   Collected<std::string> steps;
   std::thread closer([&] {
     const BusLock lock;
+    closing.Open();
     passing.reset();
     steps.Add("closed");
   });
-  // The closer waits for the batch, and holds no lock meanwhile.
+  // The closer has the lock and gives it back while it waits for the batch.
+  ASSERT_TRUE(closing.Wait());
   { const BusLock lock; }
   steps.Add("released");
   leave.Open();

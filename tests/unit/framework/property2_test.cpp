@@ -2,9 +2,12 @@
 
 #include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/common/fastlock.h"
 #include "tests/unit/framework/sample_values.h"
 #include "tests/unit/framework/trace_capture.h"
 #include "zn/ps.h"
@@ -258,6 +261,62 @@ TEST(Property2, TheTracesTellWhatWasWrong) {
   record = Record("A", 10, 8, &word);
   EXPECT_EQ(ConvertProperty2ToProperty3(&record, &out), ZNE_INVALID_ARGUMENTS);
   EXPECT_TRUE(traces.Has("ZnAPI:ConvertProperty2ToProperty3: Unable to convert Value to IValue"));
+}
+
+TEST(Property2, AnArrayWithoutAFlatFormHasAGoodShapeAndNoValue) {
+  const u64 anything[4] = {};
+  for (const u32 tag : {8u, 12u, 13u, 14u, 15u, 18u}) {
+    SCOPED_TRACE(tag);
+    TraceCapture traces;
+    Property out;
+    const Property2 record = Record("A", tag | ZN_TYPE_ARRAY, 2, anything);
+    EXPECT_EQ(ConvertProperty2ToProperty3(&record, &out), ZNE_INVALID_ARGUMENTS);
+    EXPECT_TRUE(traces.Has("ZnAPI:ConvertProperty2ToProperty3: Unable to convert Value to IValue"));
+  }
+}
+
+TEST(Property2, ADatabaseThatDoesNotFitTogetherTellsWhy) {
+  const BusLock lock;
+  TraceCapture traces;
+  PropertySet content;  // as hostile bytes may have it
+  Property2* record = nullptr;
+  const Property bare("A", Value::Set(ZN_TYPE_DATABASE, PropertySet(content)));
+  EXPECT_EQ(ConvertProperty3ToProperty2(bare, &record), ZNE_INVALID_ARGUMENTS);
+  PropertySet object;
+  object.Put("ObjectId", Value::Id(GUID{1, 2, 3, {4}}));
+  object.Put("ObjectType", Value::Text("NoSuchType"));
+  object.Put("Flags", Value::UInt32(0));
+  std::vector<Value> objects;
+  objects.push_back(Value::Set(ZN_TYPE_OBJECT, std::move(object)));
+  content.Put("DatabaseId", Value::Id(GUID{5, 6, 7, {8}}));
+  content.Put("Types", Value::Array(ZN_TYPE_TYPE_OBJECT, {}));
+  content.Put("Objects", Value::Array(ZN_TYPE_OBJECT, std::move(objects)));
+  const Property full("A", Value::Set(ZN_TYPE_DATABASE, std::move(content)));
+  EXPECT_EQ(ConvertProperty3ToProperty2(full, &record), ZNE_TYPE_NOT_FOUND);
+  EXPECT_EQ(record, nullptr);
+  EXPECT_FALSE(traces.Has("ZnAPI:DbDeletePrivateDatabase: Invalid arguments"));
+}
+
+// A record may hold a set that another thread is in a call with.
+TEST(Property2Threads, FreeingASetWaitsForTheCallThatUsesIt) {
+  for (u32 round = 0; round < 20; ++round) {
+    Property2* record = nullptr;
+    PropertySet held;
+    held.Put("Text", Value::Text(std::string(100, 'x')));
+    ASSERT_EQ(ConvertProperty3ToProperty2(Property("A", Value::Set(std::move(held))), &record),
+              ZN_OK);
+    const auto set = static_cast<ZnHandle>(record->Value);
+    std::thread other([&] { EXPECT_EQ(PsFreeProperty(record), ZN_OK); });
+    u32 status = ZN_OK;
+    while (status == ZN_OK) {
+      Property2* found = nullptr;
+      status = PsFindProperty(set, "Text", &found);
+      if (status == ZN_OK) status = PsFreeProperty(found);
+      std::this_thread::yield();
+    }
+    EXPECT_EQ(status, ZNE_INVALID_ARGUMENTS);
+    other.join();
+  }
 }
 
 TEST(Property2, FlagsOfARecordAreMaskedToTwelveBits) {

@@ -1,6 +1,7 @@
 #include "framework/common/znguid/znguid.h"
 
 #include <cstring>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -97,6 +98,19 @@ TEST(Guid, GeneratedIdsAreOfVersionFourAndDiffer) {
   EXPECT_FALSE(SameGuid(a, b));
   EXPECT_EQ(a.Data3 >> 12, 4);
   EXPECT_EQ(a.Data4[0] >> 6, 2);
+}
+
+// Whoever sends ids must not be able to choose those that fall into one slot of the tables.
+TEST(Guid, IdsMadeToCollideHaveDifferentHashes) {
+  std::set<u64> hashes;
+  for (u64 high = 0; high < 1000; ++high) {
+    const u64 low = high * 0x9E3779B97F4A7C15ull;
+    GUID id{};
+    std::memcpy(&id, &low, 8);
+    std::memcpy(id.Data4, &high, 8);
+    hashes.insert(GuidHash(id));
+  }
+  EXPECT_EQ(hashes.size(), 1000u);
 }
 
 TEST(InternedId, EqualGuidsHaveOneEntryThatGoesWithTheLast) {

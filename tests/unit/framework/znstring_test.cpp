@@ -60,6 +60,8 @@ TEST(String, ComparesByBytesAndWithCase) {
   EXPECT_EQ(CompareNoCase(String("ABC"), String("abc")), 0);
   EXPECT_LT(CompareNoCase(String("ABC"), String("abd")), 0);
   EXPECT_GT(CompareNoCase(String("abcd"), String("ABC")), 0);
+  EXPECT_EQ(CompareNoCase(String("\xC3\xBC"), String("\xC3\x9C")), 0) << "as ZnlstrcmpA has it";
+  EXPECT_EQ(CompareNoCase(Widen("a\xC3\xBC"), Widen("A\xC3\x9C")), 0);
 }
 
 TEST(String, ConcatLeavesItsPartsAsTheyWere) {

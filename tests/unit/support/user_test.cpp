@@ -79,6 +79,7 @@ TEST(DownloadPath, WithoutATreeThereIsNone) {
 struct Reading {
   PasswordEnd end = PasswordEnd::kFailed;
   std::string password;
+  std::string behind;  // what is left in the buffer behind the password
   std::string shown;
 };
 
@@ -90,9 +91,13 @@ Reading ReadFrom(const std::string& input) {
   EXPECT_EQ(write(in[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
   close(in[1]);
   Reading reading;
-  char password[kPasswordBytes];
+  char password[kPasswordBytes] = "";
   reading.end = ReadPassword(in[0], out[1], password);
   reading.password = password;
+  for (const char c :
+       std::string_view(password, sizeof(password)).substr(reading.password.size())) {
+    if (c != '\0') reading.behind += c;
+  }
   close(out[1]);
   char shown[2048];
   const ssize_t count = read(out[0], shown, sizeof(shown));
@@ -110,6 +115,12 @@ TEST(Password, EndsWithTheLine) {
     EXPECT_EQ(reading.shown, "******\n");
   }
   EXPECT_EQ(ReadFrom("\r").password, "");
+}
+
+TEST(Password, WhatIsTakenBackLeavesTheBuffer) {
+  const Reading reading = ReadFrom("abc\x7F\x7F\r");
+  EXPECT_EQ(reading.password, "a");
+  EXPECT_EQ(reading.behind, "");
 }
 
 TEST(Password, BackspaceTakesAWholeCharacterBack) {

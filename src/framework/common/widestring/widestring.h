@@ -19,7 +19,7 @@ using WideString = SharedText<ZnWChar>;
 // The units from index `from` up to and without `to`, cut to the text.
 [[nodiscard]] WideString Sub(const WideString& text, u32 from, u32 to);
 
-// Without regard to the case of ASCII letters.
+// Without regard to case, as ZnlstrcmpA and ZnlstrcmpW compare: -1, 0 or 1.
 [[nodiscard]] int CompareNoCase(const WideString& a, const WideString& b) noexcept;
 
 }  // namespace zn

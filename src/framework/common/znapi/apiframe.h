@@ -5,6 +5,7 @@
 #pragma once
 
 #include <new>
+#include <utility>
 
 #include "framework/common/zncore/database.h"
 #include "support/common/fastlock.h"

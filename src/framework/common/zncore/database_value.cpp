@@ -49,6 +49,12 @@ const std::vector<Value>* ListOf(const PropertySet& set, std::string_view name) 
   return ofSets ? &elements : nullptr;
 }
 
+struct DeleteDatabase {
+  void operator()(ZnHandle handle) const noexcept {
+    static_cast<void>(DbDeletePrivateDatabase(handle));
+  }
+};
+
 }  // namespace
 
 bool MarshalPrivateDatabase(ZnHandle handle, PropertySet* out) {
@@ -78,14 +84,13 @@ u32 UnmarshalDatabase(const PropertySet& set, Database& database) {
   return ZN_OK;
 }
 
-ZnHandle UnmarshalPrivateDatabase(const PropertySet& set) {
+u32 UnmarshalPrivateDatabase(const PropertySet& set, ZnHandle* out) {
   ZnHandle handle = nullptr;
-  if (ZN_FAILED(DbCreatePrivateDatabase(&handle))) return nullptr;
-  if (ZN_FAILED(UnmarshalDatabase(set, *HandleThing<Database>(handle)))) {
-    static_cast<void>(DbDeletePrivateDatabase(handle));
-    return nullptr;
-  }
-  return handle;
+  ZN_RETURN_IF_FAILED(DbCreatePrivateDatabase(&handle));
+  std::unique_ptr<ZnHandleRecord, DeleteDatabase> owned(handle);
+  ZN_RETURN_IF_FAILED(UnmarshalDatabase(set, *HandleThing<Database>(handle)));
+  *out = owned.release();
+  return ZN_OK;
 }
 
 }  // namespace zn

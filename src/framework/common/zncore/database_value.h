@@ -13,7 +13,8 @@ class Database;
 // Gives the database the id, types and objects of the set; objects that it holds already stay.
 // ZNE_INVALID_ARGUMENTS for a set of another shape, or the failure of a type or object.
 [[nodiscard]] u32 UnmarshalDatabase(const PropertySet& set, Database& database);
-// A new private database with the content of the set; null when it cannot be made.
-[[nodiscard]] ZnHandle UnmarshalPrivateDatabase(const PropertySet& set);
+// A new private database with the content of the set. The statuses of UnmarshalDatabase, and
+// ZNE_OUT_OF_MEMORY.
+[[nodiscard]] u32 UnmarshalPrivateDatabase(const PropertySet& set, ZnHandle* out);
 
 }  // namespace zn

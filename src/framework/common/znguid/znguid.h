@@ -16,11 +16,7 @@
 namespace zn {
 
 [[nodiscard]] inline u64 GuidHash(const GUID& id) noexcept {
-  u64 low = 0;
-  u64 high = 0;
-  std::memcpy(&low, &id, 8);
-  std::memcpy(&high, id.Data4, 8);
-  return MixHash(low ^ (high * 0x9E3779B97F4A7C15ull));
+  return HashBytes(&id, sizeof id);
 }
 [[nodiscard]] inline bool SameGuid(const GUID& a, const GUID& b) noexcept {
   return std::memcmp(&a, &b, sizeof(GUID)) == 0;

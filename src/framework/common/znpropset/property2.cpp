@@ -10,6 +10,7 @@
 
 #include "framework/common/zncore/database_value.h"
 #include "support/common/block.h"
+#include "support/common/fastlock.h"
 #include "support/common/handle.h"
 #include "support/common/pointers.h"
 #include "support/common/trace.h"
@@ -34,8 +35,7 @@ u32 TextLength(const char* text) noexcept {
   return IsGoodPointer(text) ? static_cast<u32>(std::strlen(text)) : 0;
 }
 
-// --- i18n records
-// ----------------------------------------------------------------------------------
+// --- i18n records ---
 
 PropertySet I18nSet(const GUID& catalog, u32 message, const char* name) {
   PropertySet set;
@@ -100,8 +100,7 @@ void FillFormatString(const PropertySet& set, I18nFormatString* record) {
   if (record->insertions == nullptr) throw std::bad_alloc();
 }
 
-// --- reading a flat value
-// ----------------------------------------------------------------------------
+// --- reading a flat value ---
 
 template <typename T>
 T Load(const void* at) noexcept {
@@ -192,8 +191,7 @@ bool ReadSetElement(const void* at, u32, Value* out) {
   return ReadSetHandle(Load<ZnHandle>(at), out);
 }
 
-// --- sizes of a flat scalar that a caller passes in
-// --------------------------------------------------
+// --- sizes of a flat scalar that a caller passes in ---
 
 template <u32 kBytes>
 bool SizeIs(const Property2& p) noexcept {
@@ -218,8 +216,7 @@ bool SizeOfFormatString(const Property2& p) noexcept {
   return p.Size == kFormatSize32 || p.Size == sizeof(I18nFormatString);
 }
 
-// --- the table
-// ---------------------------------------------------------------------------------------
+// --- the table ---
 
 enum class FlatForm : u8 { kNone, kBytes, kText, kWide, kHandle, kI18n, kFormatString };
 
@@ -269,7 +266,6 @@ bool IsArrayTag(u32 tag) noexcept {
   return (tag & ZN_TYPE_ARRAY) != 0;
 }
 
-// An int32 array element is a whole one, whatever the record's size word says.
 bool ReadArray(const FlatRow& row, const Property2& p, Value* out) {
   if (row.readElement == nullptr) return false;
   std::vector<Value> elements(p.Size);
@@ -282,11 +278,17 @@ bool ReadArray(const FlatRow& row, const Property2& p, Value* out) {
   return true;
 }
 
-bool HasValidShape(const Property2& p) noexcept {
+// False for a type without a flat form and for what cannot be read.
+bool ReadValue(const Property2& p, Value* out) {
   const FlatRow* row = FindRow(p.Type);
   if (row == nullptr) return false;
+  return IsArrayTag(p.Type) ? ReadArray(*row, p, out) : row->read(p.Value, p.Size, out);
+}
+
+bool HasValidShape(const Property2& p) noexcept {
   if (IsArrayTag(p.Type)) return (p.Size == 0) == (p.Value == nullptr);
-  return p.Size != 0 && IsGoodPointer(p.Value) && row->sizeFits(p);
+  const FlatRow* row = FindRow(p.Type);
+  return row != nullptr && p.Size != 0 && IsGoodPointer(p.Value) && row->sizeFits(p);
 }
 
 bool IsNameStart(char c) noexcept {
@@ -321,11 +323,8 @@ u32 ConvertProperty2ToProperty3(const Property2* in, Property* out) {
     ZN_TRACE(3, "ZnAPI:ConvertProperty2ToProperty3: Invalid property name: %s", in->Name);
     return ZNE_INVALID_ARGUMENTS;
   }
-  const FlatRow& row = *FindRow(in->Type);
   Value value;
-  const bool read =
-      IsArrayTag(in->Type) ? ReadArray(row, *in, &value) : row.read(in->Value, in->Size, &value);
-  if (!read) {
+  if (!ReadValue(*in, &value)) {
     ZN_TRACE(3, "ZnAPI:ConvertProperty2ToProperty3: Unable to convert Value to IValue");
     return ZNE_INVALID_ARGUMENTS;
   }
@@ -406,7 +405,14 @@ void WriteBytes(const FlatRow& row, const Value& value, u8* to) noexcept {
   }
 }
 
-void WriteScalar(const FlatRow& row, const Value& value, Property2* record, u8* bytes) {
+// A new set, or a new private database with the content.
+u32 MakeHandle(const FlatRow& row, const Value& value, ZnHandle* out) {
+  if (row.tag == ZN_TYPE_DATABASE) return UnmarshalPrivateDatabase(value.AsSet(), out);
+  *out = WrapPropertySet(PropertySet(value.AsSet()));
+  return *out == nullptr ? ZNE_OUT_OF_MEMORY : ZN_OK;
+}
+
+u32 WriteScalar(const FlatRow& row, const Value& value, Property2* record, u8* bytes) {
   switch (row.form) {
     case FlatForm::kNone:
       break;
@@ -420,12 +426,10 @@ void WriteScalar(const FlatRow& row, const Value& value, Property2* record, u8* 
       std::memcpy(bytes, value.AsWideText().data(), record->Size);
       break;
     case FlatForm::kHandle: {
+      ZnHandle handle = nullptr;
+      ZN_RETURN_IF_FAILED(MakeHandle(row, value, &handle));
       record->Size = kHandleSize;
-      const ZnHandle handle = row.tag == ZN_TYPE_DATABASE
-                                  ? UnmarshalPrivateDatabase(value.AsSet())
-                                  : WrapPropertySet(PropertySet(value.AsSet()));
       record->Value = handle;
-      if (handle == nullptr) throw std::bad_alloc();
       break;
     }
     case FlatForm::kI18n:
@@ -436,6 +440,7 @@ void WriteScalar(const FlatRow& row, const Value& value, Property2* record, u8* 
       FillFormatString(value.AsSet(), reinterpret_cast<I18nFormatString*>(bytes));
       break;
   }
+  return ZN_OK;
 }
 
 // Bytes of an array's texts, which lie behind its pointers or records.
@@ -470,8 +475,8 @@ void WriteElement(const FlatRow& row, const Value& element, u8* at, u8** tail) {
       std::memcpy(*tail, element.AsWideText().data(), tailBytes);
       break;
     case FlatForm::kHandle: {
-      const ZnHandle handle = WrapPropertySet(PropertySet(element.AsSet()));
-      if (handle == nullptr) throw std::bad_alloc();
+      ZnHandle handle = nullptr;
+      if (ZN_FAILED(MakeHandle(row, element, &handle))) throw std::bad_alloc();
       std::memcpy(at, &handle, sizeof handle);
       break;
     }
@@ -518,7 +523,7 @@ u32 ConvertProperty3ToProperty2(const Property& in, Property2** out) {
   const RecordWriter writer(in, ScalarBytes(*row, in.GetValue()));
   if (writer.Record() == nullptr) return ZNE_OUT_OF_MEMORY;
   OwnedRecord record(writer.Record());
-  WriteScalar(*row, in.GetValue(), record.get(), writer.Bytes());
+  ZN_RETURN_IF_FAILED(WriteScalar(*row, in.GetValue(), record.get(), writer.Bytes()));
   *out = record.release();
   return ZN_OK;
 }
@@ -526,15 +531,37 @@ u32 ConvertProperty3ToProperty2(const Property& in, Property2** out) {
 namespace {
 
 // Embedded handles go through the same check as any, so one that is already gone is passed over.
-void DestroyFormatString(const I18nFormatString& record) noexcept {
-  ZnFree(record.name);
-  static_cast<void>(DestroyPropertySet(record.insertions));
+// The lock, since another thread may be in a call with the very set.
+void DestroySet(ZnHandle set) noexcept {
+  const BusLock lock;
+  static_cast<void>(DestroyPropertySet(set));
 }
 
+void DestroyFormatString(const I18nFormatString& record) noexcept {
+  ZnFree(record.name);
+  DestroySet(record.insertions);
+}
+
+// Size counts the elements of an array; a scalar is one.
 template <typename T, typename Destroy>
 void DestroyElements(const Property2& property, Destroy&& destroy) noexcept {
   const auto* elements = static_cast<const T*>(property.Value);
-  for (u32 i = 0; i < property.Size; ++i) destroy(elements[i]);
+  const u32 count = IsArrayTag(property.Type) ? property.Size : 1;
+  for (u32 i = 0; i < count; ++i) destroy(elements[i]);
+}
+
+// What a record's value holds besides bytes. There is a value.
+void DestroyHeld(const FlatRow& row, const Property2& property) noexcept {
+  const bool isArray = IsArrayTag(property.Type);
+  if (row.form == FlatForm::kHandle && isArray) {
+    DestroyElements<ZnHandle>(property, DestroySet);
+  } else if (row.form == FlatForm::kHandle && row.tag == ZN_TYPE_DATABASE) {
+    static_cast<void>(DbDeletePrivateDatabase(static_cast<ZnHandle>(property.Value)));
+  } else if (row.form == FlatForm::kHandle) {
+    DestroySet(static_cast<ZnHandle>(property.Value));
+  } else if (row.form == FlatForm::kFormatString) {
+    DestroyElements<I18nFormatString>(property, DestroyFormatString);
+  }
 }
 
 }  // namespace
@@ -543,22 +570,7 @@ u32 FreeProperty2(Property2* property) noexcept {
   const FlatRow* row = FindRow(property->Type);
   const bool isArray = IsArrayTag(property->Type);
   if (row == nullptr || (isArray && row->readElement == nullptr)) return ZNE_INVALID_ARGUMENTS;
-  if (row->form == FlatForm::kHandle) {
-    if (isArray) {
-      DestroyElements<ZnHandle>(*property,
-                                [](ZnHandle h) { static_cast<void>(DestroyPropertySet(h)); });
-    } else if (row->tag == ZN_TYPE_DATABASE) {
-      static_cast<void>(DbDeletePrivateDatabase(static_cast<ZnHandle>(property->Value)));
-    } else {
-      static_cast<void>(DestroyPropertySet(static_cast<ZnHandle>(property->Value)));
-    }
-  } else if (row->form == FlatForm::kFormatString) {
-    if (isArray) {
-      DestroyElements<I18nFormatString>(*property, DestroyFormatString);
-    } else if (property->Value != nullptr) {
-      DestroyFormatString(*static_cast<const I18nFormatString*>(property->Value));
-    }
-  }
+  if (property->Value != nullptr) DestroyHeld(*row, *property);
   std::free(property);
   return ZN_OK;
 }

@@ -10,7 +10,7 @@
 namespace zn {
 
 struct NameEntry {
-  u32 hash;    // h = h * 5 + c over the bytes
+  u32 hash;
   u32 length;  // without the terminator
   char text[1];
 };

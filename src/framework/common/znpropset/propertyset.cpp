@@ -129,8 +129,12 @@ u32 PropertySet::LowerBound(PropertyName name, bool* present) const noexcept {
   return low;
 }
 
-void PropertySet::InsertAt(u32 position, Property&& property) {
+void PropertySet::MakeRoom() {
   if (count_ == capacity_) Reserve(capacity_ + std::max<u32>(4, capacity_ / 2));
+}
+
+void PropertySet::InsertAt(u32 position, Property&& property) {
+  MakeRoom();
   void* place = &items_[position];
   std::memmove(static_cast<void*>(&items_[position] + 1), place,
                (count_ - position) * sizeof(Property));
@@ -251,6 +255,28 @@ void PropertySet::Marshal(BinaryWriter& stream) const {
   for (const Property& property : *this) property.Marshal(stream);
 }
 
+// One sort at the end: sorting each property in as it comes would let names in falling order cost
+// the square of their number.
+void PropertySet::SortAndDropRepeats() {
+  std::stable_sort(items_, items_ + count_,
+                   [](const Property& a, const Property& b) { return a.Key() < b.Key(); });
+  // Contract: of a name that comes twice the first property stays; nothing is reported.
+  Property* kept = std::unique(items_, items_ + count_, [](const Property& a, const Property& b) {
+    return a.Key() == b.Key();
+  });
+  while (items_ + count_ != kept) items_[--count_].~Property();
+}
+
+// Reads one property in its place behind the last.
+u32 PropertySet::UnmarshalNext(BinaryReader& stream) {
+  u32 tag = 0;
+  ZN_RETURN_IF_FAILED(stream.ReadUInt32(&tag));
+  MakeRoom();
+  Property& property = *new (static_cast<void*>(&items_[count_])) Property;
+  ++count_;  // what fails from here on goes with the set
+  return property.Unmarshal(tag, stream);
+}
+
 u32 PropertySet::Unmarshal(BinaryReader& stream) {
   Clear();
   PropertySet read;
@@ -259,26 +285,15 @@ u32 PropertySet::Unmarshal(BinaryReader& stream) {
   ZN_RETURN_IF_FAILED(stream.Enter());
   if (static_cast<i32>(count) < 0) count = 0;  // a negative count reads as none
   if (count > stream.Left() / kLeastPropertyBytes) return ZNE_UNEXPECTED;
-  if (count != 0) read.Reserve(count);
-  for (u32 i = 0; i < count; ++i) ZN_RETURN_IF_FAILED(read.UnmarshalNext(stream));
+  if (count != 0) read.Reserve(std::min(count, kRoomAhead));
+  bool inOrder = true;
+  for (u32 i = 0; i < count; ++i) {
+    ZN_RETURN_IF_FAILED(read.UnmarshalNext(stream));
+    inOrder = inOrder && (i == 0 || read.items_[i - 1].Key() < read.items_[i].Key());
+  }
+  if (!inOrder) read.SortAndDropRepeats();
   stream.Leave();
   Swap(read);
-  return ZN_OK;
-}
-
-// Reads one property behind the last, where room has been made. Streams are written in the order of
-// the names, so it mostly stays there.
-u32 PropertySet::UnmarshalNext(BinaryReader& stream) {
-  u32 tag = 0;
-  ZN_RETURN_IF_FAILED(stream.ReadUInt32(&tag));
-  Property& property = *new (static_cast<void*>(&items_[count_])) Property;
-  ++count_;  // what fails from here on goes with the set
-  ZN_RETURN_IF_FAILED(property.Unmarshal(tag, stream));
-  if (count_ == 1 || items_[count_ - 2].Key() < property.Key()) return ZN_OK;
-  Property moved(std::move(property));
-  items_[--count_].~Property();
-  // Contract: of a name that comes twice the first property stays; nothing is reported.
-  static_cast<void>(AddOwned(std::move(moved)));
   return ZN_OK;
 }
 

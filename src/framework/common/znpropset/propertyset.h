@@ -137,6 +137,8 @@ class PropertySet {
   [[nodiscard]] u32 LowerBound(PropertyName name, bool* present) const noexcept;
   void InsertAt(u32 position, Property&& property);
   [[nodiscard]] u32 UnmarshalNext(BinaryReader& stream);
+  void SortAndDropRepeats();
+  void MakeRoom();  // for one more
   void Reserve(u32 capacity);
 
   Property* items_ = nullptr;

@@ -3,6 +3,7 @@
 // element for each element.
 #include "framework/common/znpropset/value.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <memory>
@@ -450,8 +451,11 @@ u32 Value::Unmarshal(u32 tag, BinaryReader& stream) {
     u32 count = 0;
     ZN_RETURN_IF_FAILED(stream.ReadUInt32(&count));
     if (count > stream.Left() / row.leastBytes) return ZNE_UNEXPECTED;
-    std::vector<Value> elements(count);
-    for (Value& element : elements) ZN_RETURN_IF_FAILED(element.Unmarshal(row.tag, stream));
+    std::vector<Value> elements;
+    elements.reserve(std::min(count, kRoomAhead));
+    for (u32 i = 0; i < count; ++i) {
+      ZN_RETURN_IF_FAILED(elements.emplace_back().Unmarshal(row.tag, stream));
+    }
     read = Array(row.tag, std::move(elements));
   }
   Swap(read);

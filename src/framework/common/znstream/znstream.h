@@ -11,8 +11,8 @@
 //
 // BinaryWriter appends to a StreamBuffer it owns; BinaryReader reads bytes it borrows and bounds
 // what hostile bytes can cost: a length or count beyond the bytes left fails before anything is
-// allocated, and sets nest kMaxNesting deep at most. XmlTextStream writes the text dress of the
-// same data, for logs; it is never read back.
+// allocated, room for counted things grows as they are read, and sets nest kMaxNesting deep at
+// most. XmlTextStream writes the text dress of the same data, for logs; it is never read back.
 #pragma once
 
 #include <cstring>
@@ -117,6 +117,9 @@ class BinaryWriter {
 };
 
 inline constexpr u32 kMaxNesting = 256;
+// For so many properties or elements room is made ahead. Room for a whole count would be taken anew
+// on every level of nesting, on the promise of the same bytes.
+inline constexpr u32 kRoomAhead = 64;
 
 // Every read answers 0 or ZNE_UNEXPECTED, and writes its result on success only.
 class BinaryReader {

@@ -156,7 +156,7 @@ inline constinit TextRep<Unit> SharedText<Unit>::empty_{1, 0, {0}};
 
 using String = SharedText<char>;
 
-// Without regard to the case of ASCII letters.
+// Without regard to case, as ZnlstrcmpA and ZnlstrcmpW compare: -1, 0 or 1.
 [[nodiscard]] int CompareNoCase(const String& a, const String& b) noexcept;
 
 }  // namespace zn
