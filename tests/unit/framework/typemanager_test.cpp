@@ -321,6 +321,14 @@ TEST_F(TypeManagerTest, AnInstalledTypeIsReplacedInPlace) {
   EXPECT_NE(type->FindIndex(PropertyName::Intern("New")), nullptr);
 }
 
+TEST_F(TypeManagerTest, TheTypeOfTypesAsTheFirstTypeIsASuccessWithoutAType) {
+  Database other(0, {});
+  TypeObject* type = nullptr;
+  EXPECT_EQ(other.Types().CreateTypeInstance("KELD_Type", nullptr, {}, 0, &type), ZN_OK);
+  EXPECT_EQ(type, nullptr);
+  EXPECT_NE(other.Types().FindType("KELD_Type"), nullptr);
+}
+
 // What another machine sends is no reason to loop or to fall over.
 TEST_F(TypeManagerTest, AnInstalledTypeMakesNoCircleAndNoHole) {
   TypeObject* a = MakeType("A");

@@ -126,6 +126,9 @@ u32 TypeManager::CreateTypeInstance(std::string_view name, const PropertySet* pr
   static_cast<void>(type->SetProperties(own));  // into an empty set: nothing to disagree with
   ZN_TRACE(1, "ZnAPI:CreateTypeInstance:Registering type object %s", text.c_str());
   *out = Register(std::move(type));
+  // Contract: a success without a type. The name can only be that of the type of types, which the
+  // creation of a first type has just made.
+  if (*out == nullptr) return ZN_OK;
   database_->NotifyTypeChange(TypeTopic(name, ".object.add.", (*out)->GetId().Value()),
                               (*out)->GetId(), **out, (*out)->GetProperties(),
                               EVENT_LOCAL | EVENT_REMOTE);
@@ -139,9 +142,9 @@ TypeObject* TypeManager::FindOrCreateTypeType() {
 }
 
 TypeObject* TypeManager::Register(std::unique_ptr<TypeObject> type) {
-  TypeObject* registered = type.get();
-  types_.emplace(std::string(registered->Name().Text()), std::move(type));
-  return registered;
+  std::string name(type->Name().Text());
+  const auto [place, isNew] = types_.try_emplace(std::move(name), std::move(type));
+  return isNew ? place->second.get() : nullptr;
 }
 
 u32 TypeManager::InstallType(const PropertySet& form) {
