@@ -161,6 +161,10 @@ u32 TypeManager::InstallType(const PropertySet& form) {
     TypeObject* typeType = name == kTypeTypeName ? nullptr : FindOrCreateTypeType();
     type = Register(std::make_unique<TypeObject>(database_, typeType, name, 0));
   }
+  // The objects leave the indexes of the ancestors they had and join those of the new ones.
+  std::vector<DBNode*> nodes;
+  type->CollectInstances(&nodes);
+  for (DBNode* node : nodes) node->GetType()->RemoveFromIndexes(node);
   type->SetId(fields.id->AsId());
   type->SetRawFlags(fields.flags->AsUInt32());
   type->ReplaceInterfaces(std::move(interfaces));
@@ -173,6 +177,7 @@ u32 TypeManager::InstallType(const PropertySet& form) {
   }
   type->LinkSupertypes(supertypes);
   type->ReplaceDeclarations(fields.data->AsSet());
+  for (DBNode* node : nodes) node->GetType()->AddToIndexes(node);
   return ZN_OK;
 }
 

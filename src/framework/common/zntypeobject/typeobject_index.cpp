@@ -29,6 +29,8 @@ ObjectIndex* TypeObject::FormalizedIndex(PropertyName name) {
 void TypeObject::EnsureIndex(PropertyName name) {
   TypeObject* owner = FormalizingType(name);
   if (owner == nullptr || owner->FindIndex(name) != nullptr) return;
+  // A client copy is searched by its server, and does not keep indexes in step.
+  if (!database_->IsLocal()) return;
   Property* declaration = owner->MutableProperties().Find(name);
   auto index = CreateObjectIndex(declaration->TypeTag());
   if (index == nullptr) return;
@@ -53,8 +55,9 @@ void TypeObject::MakeIndexes(const PropertySet& properties) {
 void TypeObject::ReplaceDeclarations(const PropertySet& properties) {
   ReplaceProperties(properties);
   GraphChanged();
-  indexes_.clear();
-  const std::vector<TypeObject*> types = Descendants();  // they may own or ask for an index too
+  // A derived type may own an index on what this type declares from now on, and may ask for one.
+  const std::vector<TypeObject*> types = Descendants();
+  for (TypeObject* type : types) type->indexes_.clear();
   for (TypeObject* type : types) type->MakeIndexes(type->Properties());
 }
 
