@@ -4,6 +4,7 @@
 #include "framework/common/zntypeobject/typeobject.h"
 
 #include <algorithm>
+#include <new>
 
 #include "framework/common/zncore/database.h"
 #include "support/common/status.h"
@@ -70,12 +71,18 @@ void TypeObject::AddToIndexes(DBNode* node) {
   }
 }
 
+// The node may be in its destructor: where there is no memory for the lineage, every type is asked.
 void TypeObject::RemoveFromIndexes(DBNode* node) {
-  for (TypeObject* type : GetLineage().ancestorsFirst) {
-    for (const auto& [name, index] : type->indexes_) {
+  const auto removeFrom = [node](const TypeObject& type) {
+    for (const auto& [name, index] : type.indexes_) {
       const Property* property = node->Properties().Find(name);
       if (property != nullptr) index->Remove(property->GetValue(), node);
     }
+  };
+  try {
+    for (const TypeObject* type : GetLineage().ancestorsFirst) removeFrom(*type);
+  } catch (const std::bad_alloc&) {
+    for (const auto& [name, type] : database_->Types().Types()) removeFrom(*type);
   }
 }
 
