@@ -321,6 +321,100 @@ TEST_F(TypeManagerTest, AnInstalledTypeIsReplacedInPlace) {
   EXPECT_NE(type->FindIndex(PropertyName::Intern("New")), nullptr);
 }
 
+// An index that kept an object of a type that left it would name freed memory.
+TEST_F(TypeManagerTest, ObjectsOfAReplacedTypeChangeTheirIndexes) {
+  const PropertySet indexed = Declares("P", Value::UInt32(5), ZN_PROPERTY_INDEXED);
+  TypeObject* left = MakeType("Left", indexed);
+  TypeObject* joined = MakeType("Joined", indexed);
+  TypeObject* type = MakeType("Disk", {}, {"Left"});
+  MakeType("Floppy", {}, {"Disk"});
+  DBNode* node = Make("Floppy");
+  const Property wanted("P", Value::UInt32(5));
+  std::vector<DBNode*> found;
+  ASSERT_EQ(left->FindInstances(wanted, &found), ZN_OK);
+  ASSERT_THAT(found, ElementsAre(node));
+
+  PropertySet form = type->GetProperties();
+  form.Put("SuperTypes", Value::Array(ZN_TYPE_STRING, {Value::Text("Joined")}));
+  ASSERT_EQ(Types().InstallType(form), ZN_OK);
+  found.clear();
+  ASSERT_EQ(left->FindInstances(wanted, &found), ZN_OK);
+  EXPECT_THAT(found, IsEmpty());
+  ASSERT_EQ(joined->FindInstances(wanted, &found), ZN_OK);
+  EXPECT_THAT(found, ElementsAre(node));
+
+  database_->DeleteNode(node);
+  found.clear();
+  ASSERT_EQ(joined->FindInstances(wanted, &found), ZN_OK);
+  EXPECT_THAT(found, IsEmpty());
+}
+
+// The rules forbid two declarations of one name, but an installed type follows no rules.
+TEST_F(TypeManagerTest, AnObjectUnderTwoIndexesOfOneNameFollowsInBoth) {
+  const PropertySet indexed = Declares("P", Value::UInt32(5), ZN_PROPERTY_INDEXED);
+  TypeObject* one = MakeType("One", indexed);
+  TypeObject* two = MakeType("Two", indexed);
+  PropertySet form = MakeType("Disk", {}, {"One"})->GetProperties();
+  form.Put("SuperTypes", Value::Array(ZN_TYPE_STRING, {Value::Text("One"), Value::Text("Two")}));
+  ASSERT_EQ(Types().InstallType(form), ZN_OK);
+  DBNode* node = Make("Disk");
+  ASSERT_EQ(node->SetProperty(Property("P", Value::UInt32(6))), ZN_OK);
+  for (TypeObject* type : {one, two}) {
+    std::vector<DBNode*> found;
+    ASSERT_EQ(type->FindInstances(Property("P", Value::UInt32(5)), &found), ZN_OK);
+    EXPECT_THAT(found, IsEmpty());
+    ASSERT_EQ(type->FindInstances(Property("P", Value::UInt32(6)), &found), ZN_OK);
+    EXPECT_THAT(found, ElementsAre(node));
+  }
+  database_->DeleteNode(node);
+  for (TypeObject* type : {one, two}) {
+    std::vector<DBNode*> found;
+    ASSERT_EQ(type->FindInstances(Property("P", Value::UInt32(6)), &found), ZN_OK);
+    EXPECT_THAT(found, IsEmpty());
+  }
+}
+
+TEST_F(TypeManagerTest, AReplacedTypeTakesTheIndexesOfItsDerivedTypesOver) {
+  const PropertySet indexed = Declares("P", Value::UInt32(5), ZN_PROPERTY_INDEXED);
+  TypeObject* base = MakeType("Base");
+  TypeObject* derived = MakeType("Derived", indexed, {"Base"});
+  const PropertyName name = PropertyName::Intern("P");
+  ASSERT_NE(derived->FindIndex(name), nullptr);
+  DBNode* node = Make("Derived");
+  PropertySet form = base->GetProperties();
+  form.Put("Data", Value::Set(PropertySet(indexed)));
+  ASSERT_EQ(Types().InstallType(form), ZN_OK);
+  EXPECT_EQ(derived->FindIndex(name), nullptr);
+  ASSERT_NE(base->FindIndex(name), nullptr);
+  std::vector<DBNode*> found;
+  ASSERT_EQ(derived->FindInstances(Property("P", Value::UInt32(5)), &found), ZN_OK);
+  EXPECT_THAT(found, ElementsAre(node));
+}
+
+TEST_F(TypeManagerTest, AClientCopyKeepsNoIndexes) {
+  DatabaseCallbacks callbacks;
+  callbacks.forwardRequest = [](PropertySet&, PropertySet*, void*) -> u32 { return ZN_OK; };
+  Database copy(0, callbacks);
+  ASSERT_EQ(RegisterBaseObjectTypes(copy), ZN_OK);
+  const PropertySet indexed = Declares("P", Value::UInt32(5), ZN_PROPERTY_INDEXED);
+  TypeObject* type = nullptr;
+  ASSERT_EQ(copy.Types().CreateTypeInstance("Disk", &indexed, {"KELD_Object"}, 0, &type), ZN_OK);
+  DBNode* node = nullptr;
+  ASSERT_EQ(copy.CreateDBNode(nullptr, "Disk", 0, &node, nullptr), ZN_OK);
+  EXPECT_EQ(type->FindIndex(PropertyName::Intern("P")), nullptr);
+  std::vector<DBNode*> found;
+  ASSERT_EQ(type->FindInstances(Property("P", Value::UInt32(5)), &found), ZN_OK);
+  EXPECT_THAT(found, ElementsAre(node));
+}
+
+TEST_F(TypeManagerTest, TheTypeOfTypesAsTheFirstTypeIsASuccessWithoutAType) {
+  Database other(0, {});
+  TypeObject* type = nullptr;
+  EXPECT_EQ(other.Types().CreateTypeInstance("KELD_Type", nullptr, {}, 0, &type), ZN_OK);
+  EXPECT_EQ(type, nullptr);
+  EXPECT_NE(other.Types().FindType("KELD_Type"), nullptr);
+}
+
 // What another machine sends is no reason to loop or to fall over.
 TEST_F(TypeManagerTest, AnInstalledTypeMakesNoCircleAndNoHole) {
   TypeObject* a = MakeType("A");

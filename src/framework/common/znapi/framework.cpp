@@ -23,6 +23,9 @@ bool StartFramework(u32 parameter) noexcept {
 
 namespace {
 
+// Under FAST_LOCK, which a stop releases around the slots that it runs.
+constinit bool isStopping = false;
+
 // By index: the lock is released around each Shutdown, and a client's database may come meanwhile.
 void UnloadAllProviders() noexcept {
   for (size_t i = 0; i < DatabaseList().size(); ++i) DatabaseList()[i]->UnloadProviders();
@@ -30,22 +33,27 @@ void UnloadAllProviders() noexcept {
 
 void DeleteAllDatabases() noexcept {
   while (!DatabaseList().empty()) {
-    const std::unique_ptr<Database> database = std::move(DatabaseList().back());
+    std::unique_ptr<Database> database = std::move(DatabaseList().back());
     DatabaseList().pop_back();
+    const bool isSystem = database.get() == ZnGetSystemDatabase();
+    database.reset();
+    // At once: the end of the next database may release the lock.
+    if (isSystem) SetSystemDatabase(nullptr);
   }
-  SetSystemDatabase(nullptr);
 }
 
 }  // namespace
 
 void StopFramework(LibraryLife life) noexcept {
   const BusLock lock;
+  if (std::exchange(isStopping, true)) return;
   StopRefreshThread();
   StopEventThreads();
   UnloadAllProviders();
   ForgetAllTasks();
   if (life == LibraryLife::kEnds) libraryAlive.fetch_and(~1u);
   DeleteAllDatabases();
+  isStopping = false;
 }
 
 }  // namespace zn

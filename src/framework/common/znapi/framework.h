@@ -16,6 +16,8 @@ namespace zn {
 // Ends the refresh and event threads, unloads the providers of every listed database in the reverse
 // of their load order, and deletes these databases, the system database among them. A server's stop
 // ends the library's life before it deletes them: every handle is refused from then on, for good.
+// A stop that comes while one is under way, from a provider's Shutdown or another thread, returns
+// at once.
 enum class LibraryLife { kGoesOn, kEnds };
 void StopFramework(LibraryLife life) noexcept;
 

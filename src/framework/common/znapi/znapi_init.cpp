@@ -31,8 +31,8 @@ std::u16string& InstallDir() noexcept {
   callbacks.changeCallback = change;
   callbacks.eventCallback = event;
   auto database = std::make_unique<Database>(DB_KEYED, callbacks);
-  SetSystemDatabase(database.get());
   DatabaseList().push_back(std::move(database));
+  SetSystemDatabase(DatabaseList().back().get());
   ZN_TRACE(1, "ZnAPI:ZnInitialize:System database created");
   return true;
 }
@@ -43,7 +43,7 @@ void GiveSystemHandle(ZnHandle* out) noexcept {
   *out = database == nullptr ? nullptr : database->Handle();
 }
 
-void ReadServerFlags() noexcept {
+void ReadServerFlags() {
   u32 flags = 0;
   static_cast<void>(ReadDwordSetting(HkeyMiraRoot(), nullptr, u"Flags", 0, &flags));
   static_cast<void>(ZnSetServerFlags(flags));

@@ -62,9 +62,10 @@ u32 PrGetProperty(ZnHandle hProvider, const char* name, Property2** out) {
   return ApiCall("PrGetProperty", [&](ApiFrame& frame) -> u32 {
     ZN_RETURN_UNLESS_OK(frame.Check(IsProviderHandle(hProvider) &&
                                     IsGoodString(name, kMaxNameLength) && IsGoodPointer(out)));
-    Property property;
-    ZN_RETURN_IF_FAILED(HandleThing<Provider>(hProvider)->GetProperty(name, &property));
-    return ConvertProperty3ToProperty2(property, out);
+    const Property* property =
+        HandleThing<Provider>(hProvider)->Properties().Find(std::string_view(name));
+    if (property == nullptr) return ZNE_PROPERTY_NOT_FOUND;
+    return ConvertProperty3ToProperty2(*property, out);
   });
 }
 

@@ -213,8 +213,9 @@ void Database::PostRecord(ChangeRecord&& record, std::unique_ptr<PropertySet> lo
 }
 
 // Contract: it always sends what is queued, also the end of an inner sequence: the depth decides
-// whether changes are queued, not when they leave.
-void Database::EndUpdateSequence() {
+// whether changes are queued, not when they leave. What cannot be told for want of memory is lost:
+// a sequence also ends in destructors.
+void Database::EndUpdateSequence() try {
   AssertBusLocked();
   if (sequenceDepth_ > 0) --sequenceDepth_;  // the start may have been on another database
   const IdSet deletedIds = DeletedIds(pendingEvents_.Records());
@@ -231,6 +232,8 @@ void Database::EndUpdateSequence() {
   } else if (!records.empty()) {
     SendBatch(std::move(records), deletedIds);
   }
+} catch (const std::bad_alloc&) {
+  pendingEvents_.Clear();
 }
 
 // One packet: clients stop following, take the changes, and follow again.

@@ -83,8 +83,14 @@ void DBNode::UpdateIndex(const IndexedValue& before) {
   if (before.index == nullptr) return;
   const Property* stored = Properties().Find(before.name);
   if (stored != nullptr && before.old.HasValue() && before.old.Equals(stored->GetValue())) return;
-  if (before.old.HasValue()) before.index->Remove(before.old, this);
-  if (stored != nullptr) before.index->Add(stored->GetValue(), this);
+  // Types that were installed from elsewhere keep no rules: two ancestors may own an index on one
+  // name, and the object stands in both.
+  for (TypeObject* type : GetType()->AncestorsFirst()) {
+    ObjectIndex* index = type->FindIndex(before.name);
+    if (index == nullptr) continue;
+    if (before.old.HasValue()) index->Remove(before.old, this);
+    if (stored != nullptr) index->Add(stored->GetValue(), this);
+  }
 }
 
 u32 DBNode::SetProperty(const Property& property) {

@@ -2,7 +2,6 @@
 #include "framework/common/znevent/eventqueue.h"
 
 #include <atomic>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -210,7 +209,7 @@ bool EventThreads::Start(u32 parameter) {
     raise_ = std::thread([this] { RunRaise(); });
     change_ = std::thread([this] { RunChange(); });
     return true;
-  } catch (const std::system_error&) {
+  } catch (...) {  // no thread to be had, or no memory for one
     Stop();
     return false;
   }

@@ -1,6 +1,7 @@
 // Provider calls: see the header.
 #include "framework/common/znprov/providercall.h"
 
+#include <new>
 #include <utility>
 
 #include "framework/common/znprov/databaseref.h"
@@ -45,8 +46,13 @@ void AbandonTask(Database* database, const CallTask& task, u32 status) {
   ForgetTask(task.token);
   DBNode* node = database == nullptr ? nullptr : database->FindCached(task.id);
   if (node == nullptr) return;
-  static_cast<void>(node->SetProperty(Property("Result", Value::UInt32(status))));
-  DeleteTask(*database, task.id);
+  try {
+    static_cast<void>(node->SetProperty(Property("Result", Value::UInt32(status))));
+    DeleteTask(*database, task.id);
+  } catch (const std::bad_alloc&) {
+    node = database->FindCached(task.id);
+    if (node != nullptr) database->DeleteNode(node);
+  }
 }
 
 // Makes the task and turns the call's callback and context into those the provider gets.
@@ -94,13 +100,15 @@ void StoreOutput(Database* database, const CallTask& task, ZnHandle out) {
                                      ProviderCallArguments call, ObjectId* taskResult,
                                      ZnHandle* answering) {
   CallTask task;
-  ZN_RETURN_IF_FAILED(SetUpTask(*sequence.Find(), provider, taskResult, &call, &task));
-  const u32 status = provider.Call(call, task.id, answering);
-  if (ZN_FAILED(status)) {
-    AbandonTask(sequence.Find(), task, status);
-  } else {
-    StoreOutput(sequence.Find(), task, call.out);
+  u32 status = ZN_OK;
+  try {
+    status = SetUpTask(*sequence.Find(), provider, taskResult, &call, &task);
+    if (!ZN_FAILED(status)) status = provider.Call(call, task.id, answering);
+    if (!ZN_FAILED(status)) StoreOutput(sequence.Find(), task, call.out);
+  } catch (const std::bad_alloc&) {  // the task may be half made
+    status = ZNE_OUT_OF_MEMORY;
   }
+  if (ZN_FAILED(status)) AbandonTask(sequence.Find(), task, status);
   return status;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <new>
 #include <unordered_map>
 #include <vector>
 
@@ -141,7 +142,12 @@ u32 CreateTaskObject(Database& database, Provider& provider, const ProviderCallA
   }
   DBNode* task = nullptr;
   ZN_RETURN_IF_FAILED(database.CreateDBNode(&provider, kTaskTypeName, OBJECT_TASK, &task, nullptr));
-  const u32 status = task->SetProperties(InitialProperties(provider, call));
+  u32 status = ZN_OK;
+  try {
+    status = task->SetProperties(InitialProperties(provider, call));
+  } catch (const std::bad_alloc&) {
+    status = ZNE_OUT_OF_MEMORY;
+  }
   if (ZN_FAILED(status)) {
     database.DeleteNode(task);
     return status;

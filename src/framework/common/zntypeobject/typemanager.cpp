@@ -126,6 +126,9 @@ u32 TypeManager::CreateTypeInstance(std::string_view name, const PropertySet* pr
   static_cast<void>(type->SetProperties(own));  // into an empty set: nothing to disagree with
   ZN_TRACE(1, "ZnAPI:CreateTypeInstance:Registering type object %s", text.c_str());
   *out = Register(std::move(type));
+  // Contract: a success without a type. The name can only be that of the type of types, which the
+  // creation of a first type has just made.
+  if (*out == nullptr) return ZN_OK;
   database_->NotifyTypeChange(TypeTopic(name, ".object.add.", (*out)->GetId().Value()),
                               (*out)->GetId(), **out, (*out)->GetProperties(),
                               EVENT_LOCAL | EVENT_REMOTE);
@@ -139,9 +142,9 @@ TypeObject* TypeManager::FindOrCreateTypeType() {
 }
 
 TypeObject* TypeManager::Register(std::unique_ptr<TypeObject> type) {
-  TypeObject* registered = type.get();
-  types_.emplace(std::string(registered->Name().Text()), std::move(type));
-  return registered;
+  std::string name(type->Name().Text());
+  const auto [place, isNew] = types_.try_emplace(std::move(name), std::move(type));
+  return isNew ? place->second.get() : nullptr;
 }
 
 u32 TypeManager::InstallType(const PropertySet& form) {
@@ -158,6 +161,10 @@ u32 TypeManager::InstallType(const PropertySet& form) {
     TypeObject* typeType = name == kTypeTypeName ? nullptr : FindOrCreateTypeType();
     type = Register(std::make_unique<TypeObject>(database_, typeType, name, 0));
   }
+  // The objects leave the indexes of the ancestors they had and join those of the new ones.
+  std::vector<DBNode*> nodes;
+  type->CollectInstances(&nodes);
+  for (DBNode* node : nodes) node->GetType()->RemoveFromIndexes(node);
   type->SetId(fields.id->AsId());
   type->SetRawFlags(fields.flags->AsUInt32());
   type->ReplaceInterfaces(std::move(interfaces));
@@ -170,6 +177,7 @@ u32 TypeManager::InstallType(const PropertySet& form) {
   }
   type->LinkSupertypes(supertypes);
   type->ReplaceDeclarations(fields.data->AsSet());
+  for (DBNode* node : nodes) node->GetType()->AddToIndexes(node);
   return ZN_OK;
 }
 

@@ -4,6 +4,7 @@
 #include "framework/common/zntypeobject/typeobject.h"
 
 #include <algorithm>
+#include <new>
 
 #include "framework/common/zncore/database.h"
 #include "support/common/status.h"
@@ -29,6 +30,8 @@ ObjectIndex* TypeObject::FormalizedIndex(PropertyName name) {
 void TypeObject::EnsureIndex(PropertyName name) {
   TypeObject* owner = FormalizingType(name);
   if (owner == nullptr || owner->FindIndex(name) != nullptr) return;
+  // A client copy is searched by its server, and does not keep indexes in step.
+  if (!database_->IsLocal()) return;
   Property* declaration = owner->MutableProperties().Find(name);
   auto index = CreateObjectIndex(declaration->TypeTag());
   if (index == nullptr) return;
@@ -53,8 +56,9 @@ void TypeObject::MakeIndexes(const PropertySet& properties) {
 void TypeObject::ReplaceDeclarations(const PropertySet& properties) {
   ReplaceProperties(properties);
   GraphChanged();
-  indexes_.clear();
-  const std::vector<TypeObject*> types = Descendants();  // they may own or ask for an index too
+  // A derived type may own an index on what this type declares from now on, and may ask for one.
+  const std::vector<TypeObject*> types = Descendants();
+  for (TypeObject* type : types) type->indexes_.clear();
   for (TypeObject* type : types) type->MakeIndexes(type->Properties());
 }
 
@@ -67,12 +71,18 @@ void TypeObject::AddToIndexes(DBNode* node) {
   }
 }
 
+// The node may be in its destructor: where there is no memory for the lineage, every type is asked.
 void TypeObject::RemoveFromIndexes(DBNode* node) {
-  for (TypeObject* type : GetLineage().ancestorsFirst) {
-    for (const auto& [name, index] : type->indexes_) {
+  const auto removeFrom = [node](const TypeObject& type) {
+    for (const auto& [name, index] : type.indexes_) {
       const Property* property = node->Properties().Find(name);
       if (property != nullptr) index->Remove(property->GetValue(), node);
     }
+  };
+  try {
+    for (const TypeObject* type : GetLineage().ancestorsFirst) removeFrom(*type);
+  } catch (const std::bad_alloc&) {
+    for (const auto& [name, type] : database_->Types().Types()) removeFrom(*type);
   }
 }
 
