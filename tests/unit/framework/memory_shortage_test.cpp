@@ -5,10 +5,12 @@
 #include <new>
 
 #include "framework/common/zncore/changerecord.h"
-#include "framework/common/zntypeobject/objectindex.h"
+#include "framework/common/znprov/localprovider.h"
 #include "framework/common/zntypeobject/typeobject.h"
 #include "tests/unit/framework/bus_fixture.h"
 #include "zn/db.h"
+#include "zn/ev.h"
+#include "zn/type.h"
 
 namespace {
 
@@ -150,6 +152,82 @@ TEST_F(MemoryShortage, AnAsynchronousCallThatFailsLeavesNoTask) {
                       }
                       EXPECT_THAT(ObjectsOfType("KELD_Task"), IsEmpty());
                       EXPECT_EQ(RememberedTasks(), 0u);
+                    });
+}
+
+TEST_F(MemoryShortage, ARegistrationThatFailsLeavesNoLeaf) {
+  const ZnHandle provider = MakeProvider();
+  ZnHandle registration = nullptr;
+  AtEveryAllocation([&] { registration = nullptr; },
+                    [&] { return EvRegisterEvent(nullptr, provider, "a.b.c", &registration); },
+                    [&](u32 status) {
+                      EXPECT_THAT(status, AnyOf(ZN_OK, ZNE_OUT_OF_MEMORY));
+                      if (status == ZN_OK) {
+                        EXPECT_EQ(EvUnregisterEvent(nullptr, registration), ZN_OK);
+                      }
+                      EXPECT_FALSE(database_->Events().HasListeners());
+                    });
+}
+
+TEST_F(MemoryShortage, AProviderGoesAllTheSame) {
+  ZnHandle provider = nullptr;
+  AtEveryAllocation(
+      [&] {
+        provider = MakeProvider();
+        ZnHandle registration = nullptr;
+        ASSERT_EQ(EvRegisterEvent(nullptr, provider, "a.b.c", &registration), ZN_OK);
+      },
+      [&] {
+        const BusLock lock;
+        DiscardProvider(*database_, provider);
+        return ZN_OK;
+      },
+      [&](u32) {
+        EXPECT_FALSE(database_->Events().HasListeners());
+        ObjectId id{};
+        EXPECT_EQ(PrGetProviderId(provider, &id), ZNE_INVALID_ARGUMENTS);
+      });
+}
+
+TEST_F(MemoryShortage, AGroupThatFailsLeavesNothing) {
+  const size_t present = database_->ObjectCount();
+  const char* types[] = {"KELD_Configlet"};
+  ObjectId id{};
+  AtEveryAllocation([&] { id = {}; },
+                    [&] { return DbCreateGroupNode(nullptr, 1, types, 0, u"group", &id); },
+                    [&](u32 status) {
+                      EXPECT_THAT(status, AnyOf(ZN_OK, ZNE_OUT_OF_MEMORY));
+                      if (status == ZN_OK) {
+                        EXPECT_EQ(DbDeleteGroupNode(nullptr, u"group"), ZN_OK);
+                      }
+                      EXPECT_EQ(database_->ObjectCount(), present);
+                    });
+}
+
+TEST_F(MemoryShortage, ATypeStandsOrDoesNot) {
+  const Propset properties;
+  properties.Set().Put("P", Value::UInt32(5), ZN_PROPERTY_INDEXED);
+  u32 number = 0;
+  std::string name;
+  ObjectId id{};
+  AtEveryAllocation(
+      [&] { name = "Disk" + std::to_string(++number); },
+      [&] { return ObCreateTypeObject(nullptr, name.c_str(), nullptr, properties.Get(), &id); },
+      [&](u32 status) {
+        EXPECT_THAT(status, AnyOf(ZN_OK, ZNE_OUT_OF_MEMORY));
+        EXPECT_EQ(TypeIsA(nullptr, name.c_str(), "KELD_Object"), status == ZN_OK);
+      });
+}
+
+TEST_F(MemoryShortage, AnInterfaceStandsAtBothEndsOrAtNone) {
+  const ZnHandle provider = MakeProvider();
+  const ObjectId object = MakeObject(provider);
+  AtEveryAllocation([] {},
+                    [&] { return ObRegisterInterface(nullptr, object, provider, &kTestInterface); },
+                    [&](u32 status) {
+                      EXPECT_THAT(status, AnyOf(ZN_OK, ZNE_OUT_OF_MEMORY));
+                      EXPECT_EQ(ObDeregisterInterface(nullptr, object, &kTestInterface),
+                                status == ZN_OK ? ZN_OK : ZNE_INTERFACE_NOT_FOUND);
                     });
 }
 

@@ -164,7 +164,12 @@ void Database::RemoveKey(DBNode* node) noexcept {
 
 u32 Database::RegisterInterface(DBNode* node, const GUID& interfaceId, const InternedId& provider) {
   ZN_RETURN_IF_FAILED(node->AddInterface(interfaceId, provider));
-  interfaceRegistry_[interfaceId].insert(node);
+  try {
+    interfaceRegistry_[interfaceId].insert(node);
+  } catch (...) {
+    static_cast<void>(DeregisterInterface(node, interfaceId));
+    throw;
+  }
   return ZN_OK;
 }
 

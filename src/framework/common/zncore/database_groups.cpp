@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 #include <string>
 
 #include "framework/common/zntypeobject/typeobject.h"
@@ -48,6 +49,20 @@ class SettingsKey {
   u32 status_;
 };
 
+// Whatever fails here is passed over: the group stands.
+void FillGroup(Database& database, DBNode& group,
+               const std::vector<std::string>& containedTypes) noexcept {
+  try {
+    std::vector<ObjectId> members;
+    for (const std::string& type : containedTypes) {
+      // A type that is not known yet has no objects; those it will have join as they are made.
+      if (ZN_FAILED(database.GetObjectsOfType(type, &members))) continue;
+      for (const ObjectId& id : members) static_cast<void>(group.AddChild(InternedId(id)));
+    }
+  } catch (const std::bad_alloc&) {
+  }
+}
+
 }  // namespace
 
 u32 Database::CreateGroup(std::u16string_view name, const std::vector<std::string>& containedTypes,
@@ -61,15 +76,15 @@ u32 Database::CreateGroup(std::u16string_view name, const std::vector<std::strin
   groups_.reserve(groups_.size() + 1);
   DBNode* group = nullptr;
   ZN_RETURN_IF_FAILED(CreateDBNode(provider, groupType, flags, &group, &containedTypes));
+  try {
+    static_cast<void>(group->SetProperty(Property("Name", Value::WideText(name))));
+  } catch (...) {
+    DeleteNode(group);
+    throw;
+  }
   *outNode = group;
   groups_.push_back(group);
-  static_cast<void>(group->SetProperty(Property("Name", Value::WideText(name))));
-  std::vector<ObjectId> members;
-  for (const std::string& type : containedTypes) {
-    // A type that is not known yet has no objects; those it will have join as they are made.
-    if (ZN_FAILED(GetObjectsOfType(type, &members))) continue;
-    for (const ObjectId& id : members) static_cast<void>(group->AddChild(InternedId(id)));
-  }
+  FillGroup(*this, *group, containedTypes);
   AddToGroups(group);
   return ZN_OK;
 }

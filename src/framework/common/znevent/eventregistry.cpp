@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -105,21 +106,6 @@ EventNode* MakePath(EventNode* node, const std::vector<std::string_view>& tokens
   return node;
 }
 
-// Applies `visit` to every node under `root`, without recursion: a pattern may have thousands of
-// tokens.
-template <typename Visit>
-void ForEachNode(EventNode& root, Visit&& visit) {
-  std::vector<EventNode*> open{&root};
-  while (!open.empty()) {
-    EventNode* node = open.back();
-    open.pop_back();
-    for (const auto& [key, entry] : node->entries) {
-      if (!entry->IsLeaf()) open.push_back(entry->child.get());
-    }
-    visit(*node);
-  }
-}
-
 // Takes a tree apart from the top, so that no destructor nests as deep as the tree.
 void Dismantle(std::unique_ptr<EventNode> root) noexcept {
   std::vector<std::unique_ptr<EventNode>> open;
@@ -181,7 +167,8 @@ u32 EventRegistry::Add(Provider& provider, std::string_view pattern, ZnHandle* r
   EventNode* node = MakePath(root_.get(), tokens);
   std::string key = LeafKey(provider);
   auto found = node->entries.find(key);
-  if (found == node->entries.end()) {
+  const bool isNew = found == node->entries.end();
+  if (isNew) {
     auto leaf = std::make_shared<EventEntry>();
     leaf->home = node;
     leaf->provider = provider.Handle();
@@ -190,7 +177,17 @@ u32 EventRegistry::Add(Provider& provider, std::string_view pattern, ZnHandle* r
     ++node->leafCount;
     ++leafCount_;
   }
-  return NewHandle(found->second, registration);
+  u32 status = ZNE_OUT_OF_MEMORY;
+  try {
+    status = NewHandle(found->second, registration);
+  } catch (const std::bad_alloc&) {
+  }
+  if (!ZN_FAILED(status) || !isNew) return status;
+  // A leaf that nobody could ever remove.
+  node->entries.erase(found);
+  --node->leafCount;
+  --leafCount_;
+  return status;
 }
 
 u32 EventRegistry::Remove(ZnHandle handle) {
@@ -219,23 +216,23 @@ void EventRegistry::RemoveProvider(const Provider& provider) noexcept {
   for (EventRegistry* registry : Registries()) registry->WithdrawLeavesOf(provider.Handle());
 }
 
+// Every leaf has a registration, so the tree is not walked.
 void EventRegistry::WithdrawLeavesOf(ZnHandle provider) {
   ++providerRemovals_;
-  if (leafCount_ == 0) return;
-  ForEachNode(*root_, [this, provider](EventNode& node) {
-    for (auto it = node.entries.begin(); it != node.entries.end();) {
-      const std::shared_ptr<EventEntry>& entry = it->second;
-      if (!entry->IsLeaf() || entry->provider != provider) {
-        ++it;
-        continue;
-      }
-      entry->home = nullptr;
+  for (const auto& registration : registrations_) {
+    const std::shared_ptr<EventEntry> entry = registration->entry.lock();
+    if (entry == nullptr || !entry->IsLeaf() || entry->provider != provider) continue;
+    EventNode* const home = std::exchange(entry->home, nullptr);
+    if (home == nullptr) continue;
+    --home->leafCount;
+    --leafCount_;
+    home->entries.erase(entry->key);
+    try {
       withdrawn_.push_back(entry);
-      --node.leafCount;
-      --leafCount_;
-      it = node.entries.erase(it);
+    } catch (
+        const std::bad_alloc&) {  // its handles then answer as those of a leaf that was removed
     }
-  });
+  }
 }
 
 u32 EventRegistry::Collect(Database& database, std::string_view topic,

@@ -2,6 +2,7 @@
 #include "framework/common/zntypeobject/typemanager.h"
 
 #include <algorithm>
+#include <new>
 #include <set>
 
 #include "framework/common/zncore/database.h"
@@ -58,6 +59,15 @@ u32 ReadInterfaceList(const Value& list, std::vector<InterfaceRecord>* out) {
     out->push_back({interfaceId->AsGuid(), provider->AsId()});
   }
   return ZN_OK;
+}
+
+// Best effort: the type stands, told or not.
+void AnnounceType(Database& database, TypeObject& type) noexcept {
+  try {
+    database.NotifyTypeChange(TypeTopic(type.Name().Text(), ".object.add.", type.GetId().Value()),
+                              type.GetId(), type, type.GetProperties(), EVENT_LOCAL | EVENT_REMOTE);
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 }  // namespace
@@ -129,9 +139,7 @@ u32 TypeManager::CreateTypeInstance(std::string_view name, const PropertySet* pr
   // Contract: a success without a type. The name can only be that of the type of types, which the
   // creation of a first type has just made.
   if (*out == nullptr) return ZN_OK;
-  database_->NotifyTypeChange(TypeTopic(name, ".object.add.", (*out)->GetId().Value()),
-                              (*out)->GetId(), **out, (*out)->GetProperties(),
-                              EVENT_LOCAL | EVENT_REMOTE);
+  AnnounceType(*database_, **out);
   return ZN_OK;
 }
 

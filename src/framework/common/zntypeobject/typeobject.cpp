@@ -2,6 +2,7 @@
 #include "framework/common/zntypeobject/typeobject.h"
 
 #include <algorithm>
+#include <new>
 #include <unordered_set>
 
 #include "framework/common/zncore/database.h"
@@ -238,12 +239,14 @@ void TypeObject::ReplaceInterfaces(std::vector<InterfaceRecord> interfaces) {
   interfaces_ = std::move(interfaces);
 }
 
-void TypeObject::NotifyInterfaceChange() {
+// Best effort: the change stands, told or not.
+void TypeObject::NotifyInterfaceChange() try {
   PropertySet data;
   data.Put("InterfaceList", InterfaceList(interfaces_));
   data.Put("TypeName", Value::Text(name_));
   database_->NotifyTypeChange(TypeTopic(name_.Text(), ".interface.change.", GetId().Value()),
                               GetId(), *this, std::move(data), kTypeEventFlags);
+} catch (const std::bad_alloc&) {
 }
 
 void TypeObject::CollectInterfaces(bool inherited, std::vector<GUID>* out) const {
