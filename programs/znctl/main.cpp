@@ -38,7 +38,8 @@ struct GlobalArguments {
 void AddGlobals(CLI::App& app, GlobalArguments* globals) {
   app.add_flag("--local", globals->local, "Run the bus in this process, with its providers");
   app.add_option("--settings", globals->settings, "Settings file (else ZN_SETTINGS, else default)")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->take_last();
   app.add_flag("--json", globals->json, "Print JSON instead of text");
 }
 
