@@ -24,8 +24,6 @@ set(ZN_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or 
 if(ZN_SANITIZE)
   add_compile_options(-fsanitize=${ZN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZN_SANITIZE})
-  # For targets in which the instrumented code makes GCC see uninitialized reads that are none.
-  set(ZN_SANITIZER_WARNINGS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
 if(ZN_BUILD_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)  # the coverage that guides libFuzzer
