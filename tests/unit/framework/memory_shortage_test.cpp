@@ -19,19 +19,34 @@ thread_local bool hasStruck = false;
 
 }  // namespace
 
-[[gnu::noinline]] void* operator new(size_t size) {
+namespace {
+
+// Null when memory has run out, or is to have.
+void* Allocate(size_t size) noexcept {
   if (allocationsLeft >= 0 && --allocationsLeft < 0) {
     hasStruck = true;
-    throw std::bad_alloc();
+    return nullptr;
   }
-  void* block = std::malloc(size == 0 ? 1 : size);
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+}  // namespace
+
+[[gnu::noinline]] void* operator new(size_t size) {
+  void* block = Allocate(size);
   if (block == nullptr) throw std::bad_alloc();
   return block;
+}
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
 }
 [[gnu::noinline]] void operator delete(void* block) noexcept {
   std::free(block);
 }
 [[gnu::noinline]] void operator delete(void* block, size_t) noexcept {
+  std::free(block);
+}
+[[gnu::noinline]] void operator delete(void* block, const std::nothrow_t&) noexcept {
   std::free(block);
 }
 
