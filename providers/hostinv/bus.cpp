@@ -255,12 +255,13 @@ bool Publisher::Add(const std::string& key, const Item& item) {
   ObjectId id{};
   if (ZN_FAILED(ObCreateObject(database_, provider_, item.type, &id))) return false;
   ids_[key] = id;
+  Set(key, item.properties);
+  // Last, so that whoever finds the object by its key finds it whole.
   const u32 status = ObSetKey(database_, id, key.data(), static_cast<u32>(key.size()));
   if (ZN_FAILED(status)) {
     Remove(key);
     return false;
   }
-  Set(key, item.properties);
   return true;
 }
 
