@@ -21,7 +21,7 @@ struct Invocation {
   std::map<std::string, std::string> environment;
   std::string input;
   bool onTerminal = false;
-  bool local = true;  // with --local, but for the settings verbs
+  bool local = true;        // with --local, but for the settings verbs
   std::string untilOutput;  // then `signal` is sent, or the output closed where that is 0
   int signal = 0;
   bool closeOutput = false;
