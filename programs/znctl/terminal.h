@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace zn::ctl {
 
@@ -38,6 +39,7 @@ class ProgressBar {
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
 
+  void SetLabel(std::string label) { label_ = std::move(label); }
   void Update(unsigned percent);
   void Clear();
 

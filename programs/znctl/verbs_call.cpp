@@ -26,6 +26,7 @@ namespace {
 
 constexpr char kRefreshInterface[] = "{e89e2fd0-07fb-11d2-a7c4-00a0c9249029}";
 constexpr char kServiceInterface[] = "{3a998f90-0af5-11d4-abb5-00c04f87c098}";
+constexpr char kUnnamed[] = "Noname";  // the default of every object's name
 constexpr u32 kRefreshMajor = 0;
 constexpr u32 kRefreshMinor = 1;
 constexpr u32 kRescanMinor = 2;
@@ -124,12 +125,22 @@ class TaskFollower {
 
   void Take(const TaskProgress& progress) {
     if (!(progress.task == outcome_.task) && !progress.task.IsZero()) return;
+    if (!named_) NameBar(progress.task);
     bar_.Update(progress.percent);
     if (progress.state != TASK_STATE_FINISHED) return;
     finished_ = true;
     outcome_.result = progress.result;
     constexpr std::chrono::seconds kGrace(2);
     graceEnd_ = std::chrono::steady_clock::now() + kGrace;
+  }
+
+  // Most providers give their tasks a name that tells more than that of the object.
+  void NameBar(const Id& task) {
+    const std::optional<Property> name = console_.Bus().FindProperty(task, "Name");
+    const auto* text = name ? std::get_if<std::string>(&name->value.data) : nullptr;
+    if (text == nullptr) return;
+    named_ = true;
+    if (!text->empty() && *text != kUnnamed) bar_.SetLabel(Printable(*text));
   }
 
   void Take(const BusEvent& event) {
@@ -157,6 +168,7 @@ class TaskFollower {
   Listener listener_;
   ProgressBar bar_;
   Outcome outcome_;
+  bool named_ = false;
   bool finished_ = false;
   bool objectGone_ = false;
   Deadline graceEnd_;
