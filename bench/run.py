@@ -48,7 +48,7 @@ def main():
     parser.add_argument("--repeat", type=int, default=3)
     options = parser.parse_args()
 
-    results = measure(options.program, options.core, options.repeat, "^(?!CreateMany)")
+    results = measure(options.program, options.core, options.repeat, "-CreateMany")
     # Bytes resident are those of a fresh process.
     results.update(measure(options.program, options.core, 1, "CreateMany/10000$"))
     results.update(measure(options.program, options.core, 1, "CreateMany/1000000"))

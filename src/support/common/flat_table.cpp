@@ -8,7 +8,9 @@ namespace zn {
 u64 MakeHashSeed() noexcept {
   u64 seed = 0;
   if (RandomBytes(&seed, sizeof seed)) return seed;
-  return reinterpret_cast<std::uintptr_t>(&seed);  // the system moves stacks about; better than 0
+  // The system moves stacks about; better than 0.
+  seed = reinterpret_cast<std::uintptr_t>(&seed);
+  return seed;
 }
 
 }  // namespace zn

@@ -25,7 +25,7 @@ constexpr std::array<u8, 256> MakeCharacterTable() {
   for (u32 c = 'A'; c <= 'Z'; ++c) table[c] = kInToken | kInTopic;
   for (u32 c = 'a'; c <= 'z'; ++c) table[c] = kInToken | kInTopic;
   for (u32 c = '0'; c <= '9'; ++c) table[c] = kInToken | kInTopic;
-  for (const u32 c : {':', '{', '}', '-', '_'}) table[c] = kInToken | kInTopic;
+  for (const u32 c : {u':', u'{', u'}', u'-', u'_'}) table[c] = kInToken | kInTopic;
   table['.'] = kInTopic;
   return table;
 }
