@@ -117,37 +117,33 @@ size_t PutCharacter(char32_t character, ZnWChar* out) noexcept {
   return 2;
 }
 
-std::string ToNarrow(std::u16string_view text) {
-  std::string result;
+namespace {
+
+// Character by character from one form to another; what is no character becomes U+FFFD.
+template <typename To, size_t kMaxUnits, typename From>
+std::basic_string<To> Convert(std::basic_string_view<From> text) {
+  std::basic_string<To> result;
   result.reserve(text.size());
   while (!text.empty()) {
-    char units[kMaxNarrowUnits];
+    To units[kMaxUnits];
     const size_t count = PutCharacter(TakeCharacter(&text), units);
     result.append(units, count);
   }
   return result;
+}
+
+}  // namespace
+
+std::string ToNarrow(std::u16string_view text) {
+  return Convert<char, kMaxNarrowUnits>(text);
 }
 
 std::u16string ToWide(std::string_view text) {
-  std::u16string result;
-  result.reserve(text.size());
-  while (!text.empty()) {
-    ZnWChar units[kMaxWideUnits];
-    const size_t count = PutCharacter(TakeCharacter(&text), units);
-    result.append(units, count);
-  }
-  return result;
+  return Convert<ZnWChar, kMaxWideUnits>(text);
 }
 
 std::string ToWellFormed(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  while (!text.empty()) {
-    char units[kMaxNarrowUnits];
-    const size_t count = PutCharacter(TakeCharacter(&text), units);
-    result.append(units, count);
-  }
-  return result;
+  return Convert<char, kMaxNarrowUnits>(text);
 }
 
 char32_t ToUpper(char32_t character) noexcept {

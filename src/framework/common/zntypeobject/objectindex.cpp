@@ -3,7 +3,6 @@
 // row of the tag, equality is the value's own.
 #include "framework/common/zntypeobject/objectindex.h"
 
-#include <functional>
 #include <unordered_map>
 
 #include "support/common/flat_table.h"
@@ -182,10 +181,10 @@ u64 HashNumber(const Value& value) noexcept {
   return MixHash(value.AsUInt64());
 }
 u64 HashText(const Value& value) noexcept {
-  return MixHash(std::hash<std::string_view>{}(value.AsText()));
+  return HashBytes(value.AsText().data(), value.AsText().size());
 }
 u64 HashWideText(const Value& value) noexcept {
-  return MixHash(std::hash<std::u16string_view>{}(value.AsWideText()));
+  return HashBytes(value.AsWideText().data(), value.AsWideText().size() * sizeof(ZnWChar));
 }
 u64 HashId(const Value& value) noexcept {
   return GuidHash(value.AsGuid());
