@@ -49,9 +49,12 @@ def main():
     options = parser.parse_args()
 
     results = measure(options.program, options.core, options.repeat, "-CreateMany")
-    # Bytes resident are those of a fresh process.
-    results.update(measure(options.program, options.core, 1, "CreateMany/10000$"))
-    results.update(measure(options.program, options.core, 1, "CreateMany/1000000"))
+    # Bytes resident are those of a fresh process, so each repetition is one.
+    for pattern in ("CreateMany/10000$", "CreateMany/1000000"):
+        for _ in range(options.repeat):
+            for name, row in measure(options.program, options.core, 1, pattern).items():
+                if row["items_per_second"] > results.get(name, {"items_per_second": 0})["items_per_second"]:
+                    results[name] = row
 
     print(f"{'benchmark':<34}{'per second':>12}{'goal':>12}  {'to floor':>9}  verdict")
     missed = 0

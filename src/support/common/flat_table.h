@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "support/common/platform.h"
 #include "zn/types.h"
 
 namespace zn {
@@ -67,7 +68,7 @@ template <typename T>
 class FlatTable {
  public:
   FlatTable() = default;
-  ~FlatTable() { std::free(slots_); }
+  ~FlatTable() { FreeSlots(slots_, mask_ + 1); }
   FlatTable(const FlatTable&) = delete;
   FlatTable& operator=(const FlatTable&) = delete;
 
@@ -82,6 +83,11 @@ class FlatTable {
       if (slot.item == nullptr) return nullptr;
       if (slot.hash == hash && equals(*slot.item)) return slot.item;
     }
+  }
+
+  // Starts to bring the slots of a hash into the cache, for an Insert that comes a little later.
+  void Prefetch(u64 hash) const noexcept {
+    if (slots_ != nullptr) __builtin_prefetch(&slots_[HomeOf(hash)], 1);
   }
 
   // Enters an item that is not there yet. Throws std::bad_alloc, with the table as it was.
@@ -125,17 +131,36 @@ class FlatTable {
     slots_[i] = {hash, item};
   }
 
+  // A table beyond a large page's size is probed at random: it wants large pages.
+  [[nodiscard]] static Slot* AllocateSlots(size_t count) {
+    const size_t bytes = count * sizeof(Slot);
+    void* slots = nullptr;
+    if (bytes < kLargePageBytes) {
+      slots = std::calloc(count, sizeof(Slot));
+    } else if ((slots = AllocatePages(bytes)) != nullptr) {
+      UseLargePages(slots, bytes);
+    }
+    if (slots == nullptr) throw std::bad_alloc();
+    return static_cast<Slot*>(slots);
+  }
+  static void FreeSlots(Slot* slots, size_t count) noexcept {
+    if (count * sizeof(Slot) < kLargePageBytes) {
+      std::free(slots);
+    } else {
+      FreePages(slots, count * sizeof(Slot));
+    }
+  }
+
   void Grow() {
     const size_t count = slots_ == nullptr ? 16 : (mask_ + 1) * 2;
-    auto* fresh = static_cast<Slot*>(std::calloc(count, sizeof(Slot)));
-    if (fresh == nullptr) throw std::bad_alloc();
+    Slot* fresh = AllocateSlots(count);
     Slot* old = std::exchange(slots_, fresh);
     const size_t oldCount = old == nullptr ? 0 : mask_ + 1;
     mask_ = count - 1;
     for (size_t i = 0; i < oldCount; ++i) {
       if (old[i].item != nullptr) Place(old[i].hash, old[i].item);
     }
-    std::free(old);
+    FreeSlots(old, oldCount);
   }
 
   // Moves later entries of the run back, so that no probe ends at the freed slot too early.

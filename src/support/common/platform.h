@@ -14,6 +14,16 @@ namespace zn {
 // Null when the system refuses.
 [[nodiscard]] void* ReserveMemory(size_t bytes) noexcept;
 
+// Memory straight from the system that reads as zero, at a multiple of a large page; whole large
+// pages are taken, whatever is asked. Null when the system refuses.
+inline constexpr size_t kLargePageBytes = size_t{2} << 20;
+[[nodiscard]] void* AllocatePages(size_t bytes) noexcept;
+// The size is that of the allocation. Null is accepted.
+void FreePages(void* memory, size_t bytes) noexcept;
+// Asks the system to back the memory with large pages as it is touched. A wish: it may not have
+// any.
+void UseLargePages(void* memory, size_t bytes) noexcept;
+
 // Random bytes from the kernel; false when there are none. Buffered, safe across fork.
 [[nodiscard]] bool RandomBytes(void* out, size_t count) noexcept;
 

@@ -1,4 +1,4 @@
-// Reserved address space and the kernel's random bytes.
+// Memory straight from the system and the kernel's random bytes.
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/random.h>
@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "support/common/platform.h"
@@ -18,6 +20,53 @@ void* ReserveMemory(size_t bytes) noexcept {
   if (memory == MAP_FAILED) return nullptr;
   static_cast<void>(madvise(memory, bytes, MADV_DONTDUMP));
   return memory;
+}
+
+namespace {
+
+size_t WholeLargePages(size_t bytes) noexcept {
+  return (bytes + kLargePageBytes - 1) & ~(kLargePageBytes - 1);
+}
+
+}  // namespace
+
+#if defined(__SANITIZE_ADDRESS__)
+
+// The leak check follows pointers through the heap only.
+void* AllocatePages(size_t bytes) noexcept {
+  const size_t whole = WholeLargePages(bytes);
+  void* memory = std::aligned_alloc(kLargePageBytes, whole);
+  if (memory != nullptr) std::memset(memory, 0, whole);
+  return memory;
+}
+void FreePages(void* memory, size_t) noexcept {
+  std::free(memory);
+}
+
+#else
+
+void* AllocatePages(size_t bytes) noexcept {
+  const size_t whole = WholeLargePages(bytes);
+  // One large page more than asked, so that a multiple lies in it; what is too much goes back.
+  void* mapped = mmap(nullptr, whole + kLargePageBytes, PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapped == MAP_FAILED) return nullptr;
+  auto* first = static_cast<unsigned char*>(mapped);
+  const size_t ahead =
+      WholeLargePages(reinterpret_cast<uintptr_t>(first)) - reinterpret_cast<uintptr_t>(first);
+  if (ahead > 0) munmap(first, ahead);
+  if (ahead < kLargePageBytes) munmap(first + ahead + whole, kLargePageBytes - ahead);
+  return first + ahead;
+}
+
+void FreePages(void* memory, size_t bytes) noexcept {
+  if (memory != nullptr) munmap(memory, WholeLargePages(bytes));
+}
+
+#endif
+
+void UseLargePages(void* memory, size_t bytes) noexcept {
+  static_cast<void>(madvise(memory, bytes, MADV_HUGEPAGE));
 }
 
 namespace {

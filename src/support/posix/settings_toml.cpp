@@ -180,6 +180,27 @@ Table* FindKey(Table& root, const SettingsPath& path) {
   return key;
 }
 
+// Has the key and all above it written out from here on: in braces a key that is left with
+// `binary = ...` alone would read as bytes.
+void WriteOut(toml::table& root, const SettingsPath& path) {
+  toml::table* key = &root;
+  for (const std::string& name : path) {
+    key = AsKey(FindEntry(*key, name));
+    key->is_inline(false);
+  }
+}
+
+// A table in braces is written with all its tables in braces, also those that stood as dotted
+// names.
+void PutTablesInBraces(toml::table& table) {
+  for (auto&& [key, node] : table) {
+    toml::table* inner = node.as_table();
+    if (inner == nullptr) continue;
+    if (table.is_inline()) inner->is_inline(true);
+    PutTablesInBraces(*inner);
+  }
+}
+
 // The name as the table spells it.
 std::string Spelling(const toml::table& table, std::string_view name) {
   if (table.contains(name)) return std::string(name);
@@ -250,6 +271,7 @@ bool SettingsDocument::Parse(std::string_view text, SettingsError* error) {
   head_.clear();
   try {
     root_ = toml::parse(text);
+    PutTablesInBraces(root_);
     head_ = HeadComments(text);
     return true;
   } catch (const toml::parse_error& failure) {
@@ -274,7 +296,6 @@ u32 SettingsDocument::CreateKey(const SettingsPath& path, bool* changed) {
   for (const std::string& name : path) {
     toml::node* entry = FindEntry(*key, name);
     if (entry == nullptr) {
-      key->is_inline(false);
       key->insert(name, toml::table{});
       entry = key->get(name);
       *changed = true;
@@ -282,6 +303,7 @@ u32 SettingsDocument::CreateKey(const SettingsPath& path, bool* changed) {
     key = AsKey(entry);
     if (key == nullptr) return kSettingConflict;
   }
+  if (*changed) WriteOut(root_, path);
   return ZN_OK;
 }
 
@@ -294,6 +316,7 @@ u32 SettingsDocument::DeleteKey(const SettingsPath& path, bool* changed) {
   if (std::any_of(key->begin(), key->end(), [](auto&& entry) { return IsKeyNode(entry.second); })) {
     return kSettingRefused;
   }
+  WriteOut(root_, parentPath);
   parent->erase(Spelling(*parent, path.back()));
   *changed = true;
   return ZN_OK;
@@ -339,7 +362,7 @@ u32 SettingsDocument::SetValue(const SettingsPath& path, std::string_view name,
   if (AsKey(entry) != nullptr) return kSettingConflict;
   if (entry != nullptr && FromNode(*entry) == value) return ZN_OK;
   if (!Put(key, Spelling(*key, name), value)) return ZNE_INVALID_ARGUMENTS;
-  key->is_inline(false);  // a written-out key, or { binary = ... } in it would read as bytes
+  WriteOut(root_, path);
   *changed = true;
   return ZN_OK;
 }
@@ -349,7 +372,7 @@ u32 SettingsDocument::DeleteValue(const SettingsPath& path, std::string_view nam
   if (key == nullptr) return kSettingRefused;
   const toml::node* entry = FindEntry(*key, name);
   if (entry == nullptr || AsKey(entry) != nullptr) return kSettingMissing;
-  key->is_inline(false);
+  WriteOut(root_, path);
   key->erase(Spelling(*key, name));
   *changed = true;
   return ZN_OK;

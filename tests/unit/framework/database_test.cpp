@@ -197,7 +197,7 @@ TEST_F(DatabaseTest, AKeyFollowsItsObject) {
   SetTestKey(*node, mine, "new");
   EXPECT_EQ(database_->FindByKey(TestKey(mine, "old")), nullptr);
   EXPECT_EQ(database_->FindByKey(TestKey(mine, "new")), node);
-  node->SetKey(nullptr, 0);
+  node->SetKey({});
   EXPECT_EQ(database_->FindByKey(TestKey(mine, "new")), nullptr);
   SetTestKey(*node, mine, "again");
   database_->DeleteNode(node);

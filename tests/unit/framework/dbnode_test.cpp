@@ -275,7 +275,7 @@ TEST_F(DBNodeTest, AKeyIsGivenBackWithoutItsPrefix) {
   ASSERT_EQ(length, 4u);
   EXPECT_EQ(std::memcmp(key, "sda1", 4), 0);
   ZnFree(key);
-  node->SetKey(nullptr, 0);
+  node->SetKey({});
   EXPECT_EQ(node->CopyKey(&key, &length), ZNE_THING_NOT_FOUND);
   EXPECT_TRUE(node->Key().empty());
 }

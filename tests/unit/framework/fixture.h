@@ -131,16 +131,13 @@ class StoreTest : public testing::Test {
 };
 
 // A key block as the exports build it: the provider's id, then the provider's bytes.
-inline void SetTestKey(DBNode& node, const GUID& providerId, std::string_view bytes) {
-  auto block = std::make_unique<u8[]>(sizeof(GUID) + bytes.size());
-  std::memcpy(block.get(), &providerId, sizeof(GUID));
-  std::memcpy(block.get() + sizeof(GUID), bytes.data(), bytes.size());
-  node.SetKey(std::move(block), static_cast<u32>(sizeof(GUID) + bytes.size()));
-}
 [[nodiscard]] inline std::string TestKey(const GUID& providerId, std::string_view bytes) {
   std::string key(reinterpret_cast<const char*>(&providerId), sizeof(GUID));
   key += bytes;
   return key;
+}
+inline void SetTestKey(DBNode& node, const GUID& providerId, std::string_view bytes) {
+  node.SetKey(TestKey(providerId, bytes));
 }
 
 }  // namespace zn::test

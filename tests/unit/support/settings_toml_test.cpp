@@ -194,6 +194,32 @@ TEST(SettingsDocument, AKeyWithTheOnlyValueBinaryStaysAKey) {
   EXPECT_EQ(Parsed(document.Format()).Open({"k"}), 0u);
 }
 
+TEST(SettingsDocument, ADottedNameInBracesReadsTheSameAfterItWasWritten) {
+  const SettingsDocument document = Parsed("k = { x.binary = 'ab', y = { z.binary.w = '1' } }\n");
+  const SettingsDocument again = Parsed(document.Format());
+  for (const SettingsDocument* each : {&document, &again}) {
+    SettingValue value;
+    EXPECT_EQ(each->Value({"k"}, "x", &value), 0u);
+    EXPECT_EQ(value, (SettingValue{ZN_REG_BINARY, {0xAB}}));
+    EXPECT_NE(each->Open({"k", "y", "z"}), 0u) << "the form of bytes, though it holds none";
+  }
+}
+
+TEST(SettingsDocument, AKeyDeepInBracesStaysAKeyWhateverIsTakenFromIt) {
+  bool changed = false;
+  SettingsDocument values = Parsed("k = { y = { a = 'x', binary = 'ab' } }\n");
+  EXPECT_EQ(values.DeleteValue({"k", "y"}, "a", &changed), 0u);
+  EXPECT_EQ(Parsed(values.Format()).Open({"k", "y"}), 0u);
+
+  SettingsDocument keys = Parsed("k = { binary = 'ab', inner = { a = 'x' } }\n");
+  EXPECT_EQ(keys.DeleteKey({"k", "inner"}, &changed), 0u);
+  EXPECT_EQ(Parsed(keys.Format()).Open({"k"}), 0u);
+
+  SettingsDocument created = Parsed("k = { y = { a = 'x' } }\n");
+  EXPECT_EQ(created.CreateKey({"k", "y", "new"}, &changed), 0u);
+  EXPECT_EQ(Parsed(created.Format()).Open({"k", "y", "new"}), 0u);
+}
+
 TEST(SettingsDocument, BytesThatDoNotSuitTheirTypeAreRefused) {
   SettingsDocument document;
   bool changed = false;

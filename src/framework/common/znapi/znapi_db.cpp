@@ -57,7 +57,7 @@ u32 DbCreateGroupNode(ZnHandle hDb, u32 typeCount, const char** types, u32 flags
     DBNode* node = nullptr;
     const u32 status = database->CreateGroup(name, containedTypes, kUserGroupType, nullptr,
                                              visibility | kind, &node);
-    if (node != nullptr) *out = node->GetId().Value();
+    if (node != nullptr) *out = node->Guid();
     return status;
   });
 }

@@ -17,7 +17,7 @@ u32 CreateObject(Database& database, ZnHandle hProvider, const char* type, u32 f
   DBNode* node = nullptr;
   const u32 status =
       database.CreateDBNode(HandleThing<Provider>(hProvider), type, flags, &node, nullptr);
-  if (node != nullptr) *out = node->GetId().Value();
+  if (node != nullptr) *out = node->Guid();
   return status;
 }
 
@@ -38,13 +38,6 @@ class KeyBlock {
   [[nodiscard]] std::string_view View() const noexcept {
     return {reinterpret_cast<const char*>(long_ == nullptr ? short_ : long_.get()), length_};
   }
-  [[nodiscard]] std::unique_ptr<u8[]> Take() {
-    if (long_ != nullptr) return std::move(long_);
-    auto bytes = std::make_unique<u8[]>(length_);
-    std::memcpy(bytes.get(), short_, length_);
-    return bytes;
-  }
-  [[nodiscard]] u32 Length() const noexcept { return static_cast<u32>(length_); }
 
  private:
   u8 short_[128];
@@ -59,13 +52,13 @@ bool IsKeyLength(u32 length) noexcept {
 
 u32 StoreKey(Database& database, DBNode& object, const void* key, u32 length) {
   if (key == nullptr) {
-    object.SetKey(nullptr, 0);
+    object.SetKey({});
     return ZN_OK;
   }
   KeyBlock block(object.CreatorId().Value(), key, length);
   // Contract: also when it is this object's own key.
   if (database.FindByKey(block.View()) != nullptr) return ZNE_DUPLICATE_LOOKUP_KEY;
-  object.SetKey(block.Take(), block.Length());
+  object.SetKey(block.View());
   return ZN_OK;
 }
 
@@ -208,7 +201,7 @@ u32 ObGetObjectIdByKey(ZnHandle hDb, ZnHandle hProvider, const void* key, u32 le
     const KeyBlock block(HandleThing<Provider>(hProvider)->GetId().Value(), key, length);
     const DBNode* object = database->FindByKey(block.View());
     if (object == nullptr) return ZNE_OBJECT_NOT_FOUND;
-    *out = object->GetId().Value();
+    *out = object->Guid();
     return ZN_OK;
   });
 }

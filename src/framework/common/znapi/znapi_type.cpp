@@ -55,7 +55,7 @@ u32 CreateType(const TypeRequest& request) {
         ZN_RETURN_IF_FAILED(database->Types().CreateTypeInstance(
             request.name, HandleThing<PropertySet>(request.hPropset), supertypes, request.flags,
             &type));
-        *request.out = type->GetId().Value();
+        *request.out = type->Guid();
         return ZN_OK;
       });
 }

@@ -51,8 +51,7 @@ void BaseObject::CopyPropertiesTo(PropertySet& target) const {
 }
 
 void BaseObject::ReplaceProperties(const PropertySet& properties) {
-  PropertySet copy(properties);
-  properties_.Swap(copy);
+  properties_.CopyFrom(properties);
 }
 
 void BaseObject::MergeProperties(const PropertySet& properties) {

@@ -30,14 +30,26 @@ using NameSet = std::set<std::string, std::less<>>;
 
 class BaseObject {
  public:
-  BaseObject(InternedId id, TypeObject* type, u32 flags) noexcept
-      : id_(std::move(id)), type_(type), flags_(flags) {}
+  // `room` is memory for so many properties that the object has behind itself, for life.
+  BaseObject(InternedId id, TypeObject* type, u32 flags, void* room = nullptr,
+             u32 roomCount = 0) noexcept
+      : guid_(id.Value()),
+        id_(std::move(id)),
+        type_(type),
+        flags_(flags),
+        roomCount_(roomCount),
+        properties_(roomCount == 0 ? PropertySet() : PropertySet(room, roomCount)) {}
   virtual ~BaseObject() = default;
   BaseObject(const BaseObject&) = delete;
   BaseObject& operator=(const BaseObject&) = delete;
 
   [[nodiscard]] const InternedId& GetId() const noexcept { return id_; }
-  void SetId(InternedId id) noexcept { id_ = std::move(id); }
+  // The id's bytes, kept with the object: a look-up among a million need not follow the pointer.
+  [[nodiscard]] const GUID& Guid() const noexcept { return guid_; }
+  void SetId(InternedId id) noexcept {
+    guid_ = id.Value();
+    id_ = std::move(id);
+  }
   // The name of its type; "KELD_Type" for a type object without one.
   [[nodiscard]] const String& GetTypeName() const noexcept;
   [[nodiscard]] TypeObject* GetType() const noexcept { return type_; }
@@ -75,13 +87,17 @@ class BaseObject {
 
  protected:
   [[nodiscard]] PropertySet& MutableProperties() noexcept { return properties_; }
+  [[nodiscard]] u32 RoomCount() const noexcept { return roomCount_; }
 
  private:
+  // What a look-up reads fills one line of the cache.
+  GUID guid_;
   InternedId id_;
   TypeObject* type_;  // borrowed; the type outlives its instances
   u32 flags_;
-  std::unique_ptr<NameSet> containedTypes_;
+  u32 roomCount_;
   PropertySet properties_;
+  std::unique_ptr<NameSet> containedTypes_;
 };
 
 }  // namespace zn

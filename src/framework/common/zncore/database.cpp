@@ -91,10 +91,13 @@ u32 Database::MakeNode(Provider* provider, TypeObject& type, u32 flags,
   // The node of a creation that fails goes before its deletion could be told.
   const NotifyHold hold(*this);
   if (provider == nullptr) provider = FindProviderByName(kSystemProviderName);
+  GUID id{};
+  static_cast<void>(GenerateRawGuid(&id));  // the zero id when none can be had
+  objectTable_.Prefetch(GuidHash(id));
   try {
-    std::unique_ptr<DBNode> node(new DBNode(this, &type, InternedId::Generate(),
-                                            provider == nullptr ? InternedId() : provider->GetId(),
-                                            type.GetFlags() | flags));
+    std::unique_ptr<DBNode> node = DBNode::Make(
+        this, &type, InternedId(id), provider == nullptr ? InternedId() : provider->GetId(),
+        type.GetFlags() | flags);
     if (containedTypes != nullptr) {
       for (const std::string& name : *containedTypes) node->AddContainedType(name);
     }
@@ -109,9 +112,12 @@ u32 Database::MakeNode(Provider* provider, TypeObject& type, u32 flags,
   }
 }
 
+// The lines of the node that the caller reads next come in while its id is compared.
 DBNode* Database::FindCached(const ObjectId& id) const noexcept {
-  return objectTable_.Find(GuidHash(id),
-                           [&](const DBNode& node) { return SameGuid(node.GetId().Value(), id); });
+  return objectTable_.Find(GuidHash(id), [&](const DBNode& node) {
+    node.PrefetchProperties();
+    return SameGuid(node.Guid(), id);
+  });
 }
 
 DBNode* Database::FindObject(const ObjectId& id) noexcept {
@@ -119,12 +125,12 @@ DBNode* Database::FindObject(const ObjectId& id) noexcept {
 }
 
 void Database::InsertObject(DBNode* node) {
-  objectTable_.Insert(GuidHash(node->GetId().Value()), node);
+  objectTable_.Insert(GuidHash(node->Guid()), node);
 }
 
 void Database::RemoveObject(DBNode* node) noexcept {
   if (tearingDown_) return;
-  static_cast<void>(objectTable_.Erase(GuidHash(node->GetId().Value()), node));
+  static_cast<void>(objectTable_.Erase(GuidHash(node->Guid()), node));
 }
 
 u32 Database::GetObjectsOfType(std::string_view typeName, std::vector<ObjectId>* out) {
@@ -192,7 +198,7 @@ u32 Database::GetObjectsWithInterface(std::string_view typeName, const GUID& int
   std::vector<ObjectId> found;
   if (const auto entry = interfaceRegistry_.find(interfaceId); entry != interfaceRegistry_.end()) {
     for (const DBNode* node : entry->second) {
-      if (node->GetType()->IsA(*type)) found.push_back(node->GetId().Value());
+      if (node->GetType()->IsA(*type)) found.push_back(node->Guid());
     }
   }
   *out = std::move(found);

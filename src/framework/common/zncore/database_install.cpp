@@ -66,9 +66,9 @@ u32 Database::InstallObject(const PropertySet& form) {
   LowerNotifyEnable();
   u32 status = ZN_OK;
   try {
-    std::unique_ptr<DBNode> node(new DBNode(this, type, id->AsId(),
-                                            creator == nullptr ? InternedId() : creator->AsId(),
-                                            flags->AsUInt32()));
+    std::unique_ptr<DBNode> node =
+        DBNode::Make(this, type, id->AsId(), creator == nullptr ? InternedId() : creator->AsId(),
+                     flags->AsUInt32());
     ReadBody(form, *node);
     type->Instances().Add(node.get());
     InsertObject(node.get());

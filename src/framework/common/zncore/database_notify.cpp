@@ -137,7 +137,7 @@ bool Database::WouldNotify(const DBNode& object) noexcept {
 void Database::NotifyChange(ChangeKind kind, const InternedId& subject, DBNode& object,
                             u32 eventFlags, const PropertySet* extra) try {
   if (!WouldNotify(object)) return;
-  const ObjectTopicText topic(object.GetTypeName().Text(), kind.topic, object.GetId().Value());
+  const ObjectTopicText topic(object.GetTypeName().Text(), kind.topic, object.Guid());
   const Content content = ContentOf(topic.View());
   if (content == Content::kNothing) return;
   const bool isHeard = (eventFlags & EVENT_LOCAL) != 0 && events_.HasListeners();
@@ -188,7 +188,7 @@ void Database::NotifyLocalOnlyChange(ChangeKind kind, const InternedId& subject,
   AssertBusLocked();
   if (callbacks_.changeCallback == nullptr) return;
   ChangeRecord record;
-  record.topic = ObjectTopic(object.GetTypeName().Text(), kind.topic, object.GetId().Value());
+  record.topic = ObjectTopic(object.GetTypeName().Text(), kind.topic, object.Guid());
   record.flags = EVENT_REMOTE;
   record.database = Handle();
   record.objectId = MatchTopic(this, record.topic, kChildPattern) ? object.GetId() : subject;

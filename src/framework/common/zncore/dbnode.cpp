@@ -3,12 +3,15 @@
 #include "framework/common/zncore/dbnode.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
+#include <utility>
 
 #include "framework/common/zncore/database.h"
 #include "framework/common/zntypeobject/objectindex.h"
 #include "framework/common/zntypeobject/typeobject.h"
 #include "support/common/block.h"
+#include "support/common/block_pool.h"
 #include "support/common/status.h"
 
 namespace zn {
@@ -21,12 +24,63 @@ auto FindInterface(const std::vector<InterfaceRecord>& records, const GUID& inte
   });
 }
 
+// Nodes are cut in whole lines of the cache. One pool for each number of lines; what is larger
+// comes from the heap. FAST_LOCK guards them, as it does the nodes.
+constexpr size_t kLineBytes = 64;
+constexpr size_t kPooledLines = 16;
+
+template <size_t... kIndex>
+constexpr std::array<BlockPool, sizeof...(kIndex)> MakePools(std::index_sequence<kIndex...>) {
+  return {BlockPool((kIndex + 1) * kLineBytes)...};
+}
+constinit std::array<BlockPool, kPooledLines> nodePools =
+    MakePools(std::make_index_sequence<kPooledLines>());
+
+constexpr size_t NodeBytes(u32 roomCount) noexcept {
+  return sizeof(DBNode) + size_t{roomCount} * sizeof(Property);
+}
+
+BlockPool* PoolFor(size_t bytes) noexcept {
+  const size_t lines = (bytes + kLineBytes - 1) / kLineBytes;
+  return lines > kPooledLines ? nullptr : &nodePools[lines - 1];
+}
+
+void* AllocateNode(size_t bytes) {
+  BlockPool* pool = PoolFor(bytes);
+  return pool != nullptr ? pool->Allocate() : ::operator new(bytes);
+}
+
+void FreeNode(void* block, size_t bytes) noexcept {
+  BlockPool* pool = PoolFor(bytes);
+  if (pool != nullptr) {
+    pool->Free(block);
+  } else {
+    ::operator delete(block);
+  }
+}
+
 }  // namespace
 
-DBNode::DBNode(Database* database, TypeObject* type, InternedId id, InternedId creator,
-               u32 flags) noexcept
-    : BaseObject(std::move(id), type, flags), database_(database), creatorId_(std::move(creator)) {
+DBNode::DBNode(Database* database, TypeObject* type, InternedId id, InternedId creator, u32 flags,
+               u32 roomCount) noexcept
+    : BaseObject(std::move(id), type, flags, this + 1, roomCount),
+      database_(database),
+      creatorId_(std::move(creator)) {
   if ((flags & OBJECT_GROUP_CLIENT) != 0) SetRawFlags(GetFlags() | OBJECT_CLIENT_LOCAL);
+}
+
+std::unique_ptr<DBNode> DBNode::Make(Database* database, TypeObject* type, InternedId id,
+                                     InternedId creator, u32 flags) {
+  const u32 roomCount = type->AllProperties().Count();
+  void* block = AllocateNode(NodeBytes(roomCount));
+  return std::unique_ptr<DBNode>(
+      ::new (block) DBNode(database, type, std::move(id), std::move(creator), flags, roomCount));
+}
+
+void DBNode::operator delete(DBNode* node, std::destroying_delete_t) noexcept {
+  const size_t bytes = NodeBytes(node->RoomCount());
+  node->~DBNode();
+  FreeNode(node, bytes);
 }
 
 DBNode::~DBNode() {
@@ -38,23 +92,13 @@ DBNode::~DBNode() {
   database_->ForgetGroup(this);
   DropRelations();
   database_->RemoveObject(this);
-  if (key_ != nullptr) database_->RemoveKey(this);
-  key_.reset();
-  for (const InterfaceRecord& record : interfaces_) {
+  if (!Key().empty()) database_->RemoveKey(this);
+  key_.Clear();
+  for (const InterfaceRecord& record : Interfaces()) {
     database_->ForgetInterface(this, record.interfaceId);
   }
-  interfaces_.clear();
+  links_.reset();
   if (!IsHidden()) Announce(kObjectDeleted, GetId(), kEventEverywhere);
-}
-
-void* DBNode::operator new(size_t size) {
-  void* block = ZnAlloc(static_cast<u32>(size));
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
-void DBNode::operator delete(void* block) noexcept {
-  ZnFree(block);
 }
 
 void DBNode::Announce(ChangeKind kind, const InternedId& subject, u32 eventFlags,
@@ -147,45 +191,53 @@ void DBNode::SetFlags(u32 flags) {
   Announce(kFlagChanged, GetId(), shown, &change);
 }
 
-void DBNode::SetKey(std::unique_ptr<u8[]> block, u32 length) {
-  if (key_ != nullptr) database_->RemoveKey(this);
-  keyLength_ = block == nullptr ? 0 : length;
-  key_ = std::move(block);
-  if (key_ == nullptr) return;
+void DBNode::SetKey(std::string_view block) {
+  if (!Key().empty()) database_->RemoveKey(this);
   try {
-    database_->EnterKey(this);
+    key_.Assign(block);
+    if (!block.empty()) database_->EnterKey(this);
   } catch (...) {
     // A key that the table lacks could never be found: the object has none, then.
-    key_.reset();
-    keyLength_ = 0;
+    key_.Clear();
     throw;
   }
 }
 
 u32 DBNode::CopyKey(void** out, u32* length) const {
-  constexpr u32 kPrefix = sizeof(ObjectId);
   *out = nullptr;
   *length = 0;
-  if (key_ == nullptr) return ZNE_THING_NOT_FOUND;
-  const u32 bytes = keyLength_ - kPrefix;
-  void* copy = CopyToBlock(key_.get() + kPrefix, bytes);
-  if (copy == nullptr && bytes != 0) return ZNE_OUT_OF_MEMORY;
+  if (Key().empty()) return ZNE_THING_NOT_FOUND;
+  const std::string_view bytes = Key().substr(sizeof(ObjectId));
+  void* copy = CopyToBlock(bytes.data(), static_cast<u32>(bytes.size()));
+  if (copy == nullptr && !bytes.empty()) return ZNE_OUT_OF_MEMORY;
   *out = copy;
-  *length = bytes;
+  *length = static_cast<u32>(bytes.size());
   return ZN_OK;
 }
 
+// Made once and never destroyed: objects may still be read while the process ends.
+const DBNode::Links& DBNode::NoLinks() noexcept {
+  static const Links& none = *new Links;
+  return none;
+}
+
+DBNode::Links& DBNode::NeedLinks() {
+  if (links_ == nullptr) links_ = std::make_unique<Links>();
+  return *links_;
+}
+
 u32 DBNode::AddInterface(const GUID& interfaceId, const InternedId& provider) {
-  if (FindInterface(interfaces_, interfaceId) != interfaces_.end()) return ZNE_INTERFACE_EXISTS;
-  interfaces_.push_back({interfaceId, provider});
+  const std::vector<InterfaceRecord>& present = Interfaces();
+  if (FindInterface(present, interfaceId) != present.end()) return ZNE_INTERFACE_EXISTS;
+  NeedLinks().interfaces.push_back({interfaceId, provider});
   if (!IsHidden()) Announce(kInterfaceChanged, GetId(), kEventEverywhere);
   return ZN_OK;
 }
 
 u32 DBNode::RemoveInterface(const GUID& interfaceId) {
-  const auto found = FindInterface(interfaces_, interfaceId);
-  if (found == interfaces_.end()) return ZNE_INTERFACE_NOT_FOUND;
-  interfaces_.erase(found);
+  const auto found = FindInterface(Interfaces(), interfaceId);
+  if (found == Interfaces().end()) return ZNE_INTERFACE_NOT_FOUND;
+  links_->interfaces.erase(found);
   if ((GetFlags() & (OBJECT_HIDDEN | OBJECT_DELETING)) == 0) {
     Announce(kInterfaceChanged, GetId(), kEventEverywhere);
   }
@@ -193,7 +245,7 @@ u32 DBNode::RemoveInterface(const GUID& interfaceId) {
 }
 
 u32 DBNode::GetInterfaceProvider(const GUID& interfaceId, InternedId* out) const {
-  if (const auto found = FindInterface(interfaces_, interfaceId); found != interfaces_.end()) {
+  if (const auto found = FindInterface(Interfaces(), interfaceId); found != Interfaces().end()) {
     *out = found->provider;
     return ZN_OK;
   }

@@ -3,7 +3,9 @@
 // the database; every call runs under FAST_LOCK.
 #pragma once
 
+#include <cstring>
 #include <memory>
+#include <new>
 #include <set>
 #include <string_view>
 #include <vector>
@@ -24,15 +26,61 @@ struct InterfaceRecord {
   InternedId provider;
 };
 
+// The lookup key of an object, as one block: 16 bytes of the provider's id, then the provider's
+// bytes. A short one, which most are, lies in the object itself.
+class LookupKey {
+ public:
+  LookupKey() noexcept = default;
+  ~LookupKey() { Clear(); }
+  LookupKey(const LookupKey&) = delete;
+  LookupKey& operator=(const LookupKey&) = delete;
+
+  // Empty for an object without a key.
+  [[nodiscard]] std::string_view Bytes() const noexcept {
+    return {length_ <= sizeof(near_) ? near_ : Far(), length_};
+  }
+  // Throws std::bad_alloc with the key as it was.
+  void Assign(std::string_view bytes) {
+    char* target = near_;
+    if (bytes.size() > sizeof(near_)) target = new char[bytes.size()];
+    Clear();
+    if (!bytes.empty()) std::memcpy(target, bytes.data(), bytes.size());
+    if (target != near_) std::memcpy(near_, &target, sizeof(target));
+    length_ = static_cast<u32>(bytes.size());
+  }
+  void Clear() noexcept {
+    if (length_ > sizeof(near_)) delete[] Far();
+    length_ = 0;
+  }
+
+ private:
+  [[nodiscard]] char* Far() const noexcept {
+    char* far = nullptr;
+    std::memcpy(&far, near_, sizeof(far));
+    return far;
+  }
+
+  char near_[32];  // the bytes, or the address of a longer block
+  u32 length_ = 0;
+};
+
 class DBNode final : public BaseObject {
  public:
-  DBNode(Database* database, TypeObject* type, InternedId id, InternedId creator,
-         u32 flags) noexcept;
+  // In one block with room for the properties that the type gives each instance. Throws
+  // std::bad_alloc.
+  [[nodiscard]] static std::unique_ptr<DBNode> Make(Database* database, TypeObject* type,
+                                                    InternedId id, InternedId creator, u32 flags);
   // Removes relations, key, interfaces and table entries, then announces the deletion.
   ~DBNode() override;
 
-  static void* operator new(size_t size);
-  static void operator delete(void* block) noexcept;
+  static void operator delete(DBNode* node, std::destroying_delete_t) noexcept;
+
+  // Starts to bring the first properties into the cache where they lie behind the node.
+  void PrefetchProperties() const noexcept {
+    const char* room = reinterpret_cast<const char*>(this + 1);
+    __builtin_prefetch(room);
+    __builtin_prefetch(room + 64);
+  }
 
   [[nodiscard]] Database& GetDatabase() const noexcept { return *database_; }
   [[nodiscard]] const InternedId& CreatorId() const noexcept { return creatorId_; }
@@ -49,13 +97,10 @@ class DBNode final : public BaseObject {
   // Told by the database once the object is complete.
   void AnnounceCreation() noexcept;
 
-  // The key block: 16 bytes of the provider's id, then the provider's bytes. Null clears. The
-  // caller has made sure that no object has that key.
-  void SetKey(std::unique_ptr<u8[]> block, u32 length);
+  // A whole key block; an empty one clears. The caller has made sure that no object has that key.
+  void SetKey(std::string_view block);
   // Empty for an object without a key.
-  [[nodiscard]] std::string_view Key() const noexcept {
-    return {reinterpret_cast<const char*>(key_.get()), keyLength_};
-  }
+  [[nodiscard]] std::string_view Key() const noexcept { return key_.Bytes(); }
   // What ObGetKey answers: a copy without the prefix. ZNE_THING_NOT_FOUND with no key.
   [[nodiscard]] u32 CopyKey(void** out, u32* length) const;
 
@@ -66,8 +111,8 @@ class DBNode final : public BaseObject {
   [[nodiscard]] u32 GetParents(std::string_view typeFilter, std::vector<ObjectId>* out) const;
   // Whether a child that can be found carries every bit of the mask.
   [[nodiscard]] bool HasChildren(u32 mask) const;
-  [[nodiscard]] const IdSet& Children() const noexcept;
-  [[nodiscard]] const IdSet& Parents() const noexcept;
+  [[nodiscard]] const IdSet& Children() const noexcept { return GetLinks().children; }
+  [[nodiscard]] const IdSet& Parents() const noexcept { return GetLinks().parents; }
   void ReplaceChildren(IdSet ids);
   void ReplaceParents(IdSet ids);
 
@@ -77,7 +122,7 @@ class DBNode final : public BaseObject {
   // The object's own records in order, then its type's. ZNE_INTERFACE_NOT_FOUND.
   [[nodiscard]] u32 GetInterfaceProvider(const GUID& interfaceId, InternedId* out) const;
   [[nodiscard]] const std::vector<InterfaceRecord>& Interfaces() const noexcept {
-    return interfaces_;
+    return GetLinks().interfaces;
   }
 
   // Place in its type's instance list; kept by the list. kNoInstanceSlot before the node joins it.
@@ -86,6 +131,9 @@ class DBNode final : public BaseObject {
   void SetInstanceSlot(u32 slot) noexcept { instanceSlot_ = slot; }
 
  private:
+  DBNode(Database* database, TypeObject* type, InternedId id, InternedId creator, u32 flags,
+         u32 roomCount) noexcept;
+
   // A value of this node that its type has in an index, before a change.
   struct IndexedValue {
     PropertyName name;
@@ -101,6 +149,19 @@ class DBNode final : public BaseObject {
                 const PropertySet* extra = nullptr) noexcept;
   void AnnounceChildChange(const InternedId& child) noexcept;
 
+  // What most objects of a large store have nothing of.
+  struct Links {
+    IdSet children;
+    IdSet parents;
+    std::vector<InterfaceRecord> interfaces;
+  };
+  [[nodiscard]] const Links& GetLinks() const noexcept {
+    return links_ == nullptr ? NoLinks() : *links_;
+  }
+  [[nodiscard]] static const Links& NoLinks() noexcept;
+  // Makes them. Throws std::bad_alloc.
+  [[nodiscard]] Links& NeedLinks();
+
   void DropRelations() noexcept;
   void EraseParent(const InternedId& parent) noexcept;
   [[nodiscard]] u32 ListRelated(const IdSet& ids, std::string_view typeFilter,
@@ -108,12 +169,13 @@ class DBNode final : public BaseObject {
 
   Database* database_;  // borrowed owner
   InternedId creatorId_;
-  std::unique_ptr<u8[]> key_;
-  u32 keyLength_ = 0;
+  LookupKey key_;
   u32 instanceSlot_ = kNoInstanceSlot;
-  std::unique_ptr<IdSet> children_;  // null while empty: most objects of a large store have none
-  std::unique_ptr<IdSet> parents_;
-  std::vector<InterfaceRecord> interfaces_;
+  std::unique_ptr<Links> links_;
 };
+
+#if UINTPTR_MAX == UINT64_MAX
+static_assert(sizeof(DBNode) == 136, "with five properties it fills four lines of the cache");
+#endif
 
 }  // namespace zn

@@ -11,23 +11,6 @@ namespace zn {
 
 namespace {
 
-// Made once and never destroyed: objects may still be read while the process ends.
-const IdSet& EmptySet() noexcept {
-  static const IdSet& empty = *new IdSet;
-  return empty;
-}
-
-// An object without relations holds no set.
-void Replace(std::unique_ptr<IdSet>& set, IdSet&& ids) {
-  set = ids.empty() ? nullptr : std::make_unique<IdSet>(std::move(ids));
-}
-
-void Erase(std::unique_ptr<IdSet>& set, const InternedId& id) noexcept {
-  if (set == nullptr) return;
-  set->erase(id);
-  if (set->empty()) set.reset();
-}
-
 bool IsShown(const DBNode& parent, const DBNode* child) noexcept {
   return !parent.IsHidden() && (child == nullptr || !child->IsHidden());
 }
@@ -38,38 +21,28 @@ bool IsDying(const DBNode& node) noexcept {
 
 }  // namespace
 
-const IdSet& DBNode::Children() const noexcept {
-  return children_ == nullptr ? EmptySet() : *children_;
-}
-
-const IdSet& DBNode::Parents() const noexcept {
-  return parents_ == nullptr ? EmptySet() : *parents_;
-}
-
 void DBNode::ReplaceChildren(IdSet ids) {
-  Replace(children_, std::move(ids));
+  if (!ids.empty() || !Children().empty()) NeedLinks().children = std::move(ids);
 }
 
 void DBNode::ReplaceParents(IdSet ids) {
-  Replace(parents_, std::move(ids));
+  if (!ids.empty() || !Parents().empty()) NeedLinks().parents = std::move(ids);
 }
 
 void DBNode::EraseParent(const InternedId& parent) noexcept {
-  Erase(parents_, parent);
+  if (links_ != nullptr) links_->parents.erase(parent);
 }
 
 u32 DBNode::AddChild(const InternedId& child) {
   // An object that a client copy has not cached is not fetched for this.
   DBNode* node = database_->FindCached(child.Value());
-  if (children_ == nullptr) children_ = std::make_unique<IdSet>();
-  const auto [place, added] = children_->insert(child);
+  const auto [place, added] = NeedLinks().children.insert(child);
   if (!added) return ZNE_DUPLICATE_CHILD;
   if (node != nullptr) {
     try {
-      if (node->parents_ == nullptr) node->parents_ = std::make_unique<IdSet>();
-      node->parents_->insert(GetId());
+      node->NeedLinks().parents.insert(GetId());
     } catch (...) {
-      children_->erase(place);
+      links_->children.erase(place);
       throw;
     }
   }
@@ -82,7 +55,7 @@ u32 DBNode::AddChild(const InternedId& child) {
 void DBNode::RemoveChild(const InternedId& child) {
   const InternedId childId(child);  // the caller's may be the very entry that goes
   DBNode* node = database_->FindCached(childId.Value());
-  Erase(children_, childId);
+  if (links_ != nullptr) links_->children.erase(childId);
   if (node != nullptr) node->EraseParent(GetId());
   if (!IsShown(*this, node)) return;
   if (!IsDying(*this)) AnnounceChildChange(childId);
@@ -105,15 +78,13 @@ void DBNode::AnnounceChildChange(const InternedId& child) noexcept {
 }
 
 void DBNode::DropRelations() noexcept {
-  while (children_ != nullptr && !children_->empty()) RemoveChild(*children_->begin());
-  while (parents_ != nullptr && !parents_->empty()) {
-    const InternedId parentId(*parents_->begin());
+  while (!Children().empty()) RemoveChild(*Children().begin());
+  while (!Parents().empty()) {
+    const InternedId parentId(*Parents().begin());
     DBNode* parent = database_->FindCached(parentId.Value());
     if (parent != nullptr) parent->RemoveChild(GetId());
     EraseParent(parentId);  // a parent that is no more leaves its entry behind
   }
-  children_.reset();
-  parents_.reset();
 }
 
 u32 DBNode::GetChildren(std::string_view typeFilter, std::vector<ObjectId>* out) const {

@@ -1,6 +1,9 @@
 // The id table, the text form of ids, and their generation.
 #include "framework/common/znguid/znguid.h"
 
+#include <new>
+
+#include "support/common/block_pool.h"
 #include "support/common/platform.h"
 #include "support/common/status.h"
 #include "support/common/sync.h"
@@ -12,6 +15,7 @@ namespace {
 struct IdTable {
   Mutex mutex;
   FlatTable<IdEntry> entries ZN_GUARDED_BY(mutex);
+  BlockPool blocks ZN_GUARDED_BY(mutex){sizeof(IdEntry)};
 };
 
 // Made on first use and never destroyed: ids of static objects outlive every other static.
@@ -108,11 +112,11 @@ IdEntry* InternedId::Intern(const GUID& guid) {
   IdEntry* entry =
       table.entries.Find(hash, [&](const IdEntry& e) { return SameGuid(e.guid, guid); });
   if (entry != nullptr) return Retain(entry);
-  entry = new IdEntry{guid, 1};
+  entry = new (table.blocks.Allocate()) IdEntry{guid, 1};
   try {
     table.entries.Insert(hash, entry);
   } catch (...) {
-    delete entry;
+    table.blocks.Free(entry);
     throw;
   }
   return entry;
@@ -131,7 +135,7 @@ void InternedId::Release(IdEntry* entry) noexcept {
   const MutexLock lock(table.mutex);
   if (entry->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   static_cast<void>(table.entries.Erase(GuidHash(entry->guid), entry));
-  delete entry;
+  table.blocks.Free(entry);
 }
 
 bool InternedId::LessGuid(const GUID& a, const GUID& b) noexcept {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <type_traits>
 
 #include "support/common/flat_table.h"
 #include "support/common/sync.h"
@@ -14,8 +15,6 @@
 namespace zn {
 
 namespace {
-
-constexpr NameEntry kEmptyName{0, 0, {0}};
 
 struct Generation {
   size_t mask;
@@ -29,13 +28,30 @@ struct NameTable {
   size_t count ZN_GUARDED_BY(mutex) = 0;
 };
 
-NameTable& Names() noexcept {
-  static NameTable& table = *new NameTable;  // never destroyed: names outlive every static
-  return table;
-}
+// Without a destructor: names outlive every static.
+static_assert(std::is_trivially_destructible_v<NameTable>);
+constinit NameTable names;
 
 u32 HashName(std::string_view text) noexcept {
   return static_cast<u32>(HashBytes(text.data(), text.size()));
+}
+
+// Most names are a word or two long: a call for each would cost more than the comparison.
+bool HasText(const NameEntry& entry, std::string_view text) noexcept {
+  const char* mine = entry.text;
+  const char* theirs = text.data();
+  size_t left = text.size();
+  u64 a = 0;
+  u64 b = 0;
+  for (; left >= 8; left -= 8, mine += 8, theirs += 8) {
+    std::memcpy(&a, mine, 8);
+    std::memcpy(&b, theirs, 8);
+    if (a != b) return false;
+  }
+  for (; left > 0; --left) {
+    if (*mine++ != *theirs++) return false;
+  }
+  return true;
 }
 
 const NameEntry* Look(const Generation* generation, u32 hash, std::string_view text) noexcept {
@@ -43,8 +59,7 @@ const NameEntry* Look(const Generation* generation, u32 hash, std::string_view t
   for (size_t i = hash & generation->mask;; i = (i + 1) & generation->mask) {
     const NameEntry* entry = generation->slots[i].load(std::memory_order_acquire);
     if (entry == nullptr) return nullptr;
-    if (entry->hash == hash && entry->length == text.size() &&
-        std::memcmp(entry->text, text.data(), text.size()) == 0) {
+    if (entry->hash == hash && entry->length == text.size() && HasText(*entry, text)) {
       return entry;
     }
   }
@@ -70,45 +85,43 @@ Generation* NextGeneration(Generation* old) {
 }
 
 const NameEntry* MakeEntry(u32 hash, std::string_view text) {
-  void* block = ::operator new(offsetof(NameEntry, text) + text.size() + 1);
+  const size_t textBytes = (text.size() / 8 + 1) * 8;
+  void* block = ::operator new(offsetof(NameEntry, text) + textBytes);
   auto* entry = static_cast<NameEntry*>(block);
   entry->hash = hash;
   entry->length = static_cast<u32>(text.size());
   char* target = static_cast<char*>(block) + offsetof(NameEntry, text);
   std::memcpy(target, text.data(), text.size());
-  target[text.size()] = 0;
+  std::memset(target + text.size(), 0, textBytes - text.size());
   return entry;
 }
 
 }  // namespace
 
-PropertyName::PropertyName() noexcept : entry_(&kEmptyName) {}
-
 PropertyName PropertyName::Intern(std::string_view text) {
   if (text.empty()) return PropertyName();
   const u32 hash = HashName(text);
-  NameTable& table = Names();
-  const NameEntry* entry = Look(table.current.load(std::memory_order_acquire), hash, text);
+  const NameEntry* entry = Look(names.current.load(std::memory_order_acquire), hash, text);
   if (entry != nullptr) return PropertyName(entry);
 
-  const MutexLock lock(table.mutex);
-  Generation* generation = table.current.load(std::memory_order_relaxed);
+  const MutexLock lock(names.mutex);
+  Generation* generation = names.current.load(std::memory_order_relaxed);
   entry = Look(generation, hash, text);
   if (entry != nullptr) return PropertyName(entry);
-  if (generation == nullptr || (table.count + 1) * 2 > generation->mask + 1) {
+  if (generation == nullptr || (names.count + 1) * 2 > generation->mask + 1) {
     generation = NextGeneration(generation);
-    table.current.store(generation, std::memory_order_release);
+    names.current.store(generation, std::memory_order_release);
   }
   entry = MakeEntry(hash, text);
   Place(*generation, entry);
-  ++table.count;
+  ++names.count;
   return PropertyName(entry);
 }
 
 bool PropertyName::Find(std::string_view text, PropertyName* out) noexcept {
   const NameEntry* entry =
       text.empty() ? &kEmptyName
-                   : Look(Names().current.load(std::memory_order_acquire), HashName(text), text);
+                   : Look(names.current.load(std::memory_order_acquire), HashName(text), text);
   if (entry == nullptr) return false;
   *out = PropertyName(entry);
   return true;

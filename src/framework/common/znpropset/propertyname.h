@@ -3,6 +3,7 @@
 // see an immutable generation of the table, and a writer publishes the next one.
 #pragma once
 
+#include <cstring>
 #include <string_view>
 
 #include "zn/types.h"
@@ -12,13 +13,16 @@ namespace zn {
 struct NameEntry {
   u32 hash;
   u32 length;  // without the terminator
-  char text[1];
+  // Terminated, and filled with zeros to whole words, so that two names are compared by words.
+  char text[8];
 };
+
+inline constexpr NameEntry kEmptyName{0, 0, {}};
 
 class PropertyName {
  public:
   // The empty name.
-  PropertyName() noexcept;
+  PropertyName() noexcept : entry_(&kEmptyName) {}
   // The entry of that text, made when it is new. Throws std::bad_alloc. Any thread.
   [[nodiscard]] static PropertyName Intern(std::string_view text);
   // The entry of that text; false when no such name was ever interned. Any thread.
@@ -31,10 +35,23 @@ class PropertyName {
   friend bool operator==(PropertyName a, PropertyName b) noexcept { return a.entry_ == b.entry_; }
   // strcmp order of the texts.
   friend bool operator<(PropertyName a, PropertyName b) noexcept {
-    return a.entry_ != b.entry_ && a.Text() < b.Text();
+    return a.entry_ != b.entry_ && IsBefore(*a.entry_, *b.entry_);
   }
 
  private:
+  [[nodiscard]] static bool IsBefore(const NameEntry& a, const NameEntry& b) noexcept {
+    const u32 shorter = a.length < b.length ? a.length : b.length;
+    for (u32 i = 0; i < shorter; i += 8) {
+      u64 wordOfA = 0;
+      u64 wordOfB = 0;
+      std::memcpy(&wordOfA, a.text + i, 8);
+      std::memcpy(&wordOfB, b.text + i, 8);
+      // The first byte weighs most.
+      if (wordOfA != wordOfB) return __builtin_bswap64(wordOfA) < __builtin_bswap64(wordOfB);
+    }
+    return a.length < b.length;
+  }
+
   explicit PropertyName(const NameEntry* entry) noexcept : entry_(entry) {}
   const NameEntry* entry_;
 };

@@ -88,15 +88,22 @@ void Property::WriteXml(XmlTextStream& stream) const {
   stream.EndElement("Property");
 }
 
-PropertySet::PropertySet(const PropertySet& other) {
-  if (other.count_ == 0) return;
-  Reserve(other.count_);
-  for (const Property& property : other) new (&items_[count_++]) Property(property);
+PropertySet::PropertySet(const PropertySet& other) : PropertySet() {
+  AppendCopies(other);
 }
 
 PropertySet::~PropertySet() {
   Clear();
-  std::free(items_);
+  if (!isRoomLent_) std::free(items_);
+}
+
+void PropertySet::AppendCopies(const PropertySet& source) {
+  if (source.count_ == 0) return;
+  Reserve(source.count_);
+  for (const Property& property : source) {
+    new (static_cast<void*>(&items_[count_])) Property(property);
+    ++count_;
+  }
 }
 
 void PropertySet::Clear() noexcept {
@@ -106,10 +113,13 @@ void PropertySet::Clear() noexcept {
 // A property has no pointer into itself, so the array moves as bytes.
 void PropertySet::Reserve(u32 capacity) {
   if (capacity <= capacity_) return;
-  void* grown = std::realloc(static_cast<void*>(items_), capacity * sizeof(Property));
+  const size_t bytes = capacity * sizeof(Property);
+  void* grown = isRoomLent_ ? std::malloc(bytes) : std::realloc(static_cast<void*>(items_), bytes);
   if (grown == nullptr) throw std::bad_alloc();
+  if (isRoomLent_ && count_ > 0) std::memcpy(grown, items_, count_ * sizeof(Property));
   items_ = static_cast<Property*>(grown);
-  capacity_ = capacity;
+  capacity_ = capacity & kCapacityMask;
+  isRoomLent_ = false;
 }
 
 u32 PropertySet::LowerBound(PropertyName name, bool* present) const noexcept {
@@ -212,8 +222,32 @@ u32 PropertySet::Merge(const PropertySet& source) {
 
 void PropertySet::CopyFrom(const PropertySet& source) {
   if (&source == this) return;
-  PropertySet copy(source);
-  Swap(copy);
+  if (count_ > 0) {
+    PropertySet copy(source);
+    TakeFrom(copy);
+    return;
+  }
+  try {
+    AppendCopies(source);
+  } catch (...) {
+    Clear();
+    throw;
+  }
+}
+
+// What fits in lent room goes there: the owner wants its properties near itself.
+void PropertySet::TakeFrom(PropertySet& source) noexcept {
+  Clear();
+  if (!isRoomLent_ || source.count_ > capacity_) {
+    if (!isRoomLent_) std::free(items_);
+    items_ = std::exchange(source.items_, nullptr);
+    capacity_ = source.capacity_;
+    isRoomLent_ = false;
+    source.capacity_ = 0;
+  } else if (source.count_ > 0) {
+    std::memcpy(static_cast<void*>(items_), source.items_, source.count_ * sizeof(Property));
+  }
+  count_ = std::exchange(source.count_, 0u);
 }
 
 bool PropertySet::IsHidden(std::string_view name) const noexcept {

@@ -3,6 +3,7 @@
 // frames hold the bus lock while they touch one.
 #pragma once
 
+#include <cassert>
 #include <memory>
 #include <string>
 #include <utility>
@@ -68,6 +69,12 @@ class PropertySet {
   PropertySet() = default;
   PropertySet(const PropertySet& other);
   PropertySet(PropertySet&& other) noexcept { Swap(other); }
+  // An empty set that keeps its properties in `room`, for so many of them, which the owner of the
+  // set lends it for life; more of them move to the heap. Such a set is neither moved nor swapped.
+  PropertySet(void* room, u32 capacity) noexcept
+      : items_(static_cast<Property*>(room)),
+        capacity_(capacity & kCapacityMask),
+        isRoomLent_(true) {}
   ~PropertySet();
   PropertySet& operator=(const PropertySet& other) {
     CopyFrom(other);
@@ -78,9 +85,12 @@ class PropertySet {
     return *this;
   }
   void Swap(PropertySet& other) noexcept {
+    assert(!isRoomLent_ && !other.isRoomLent_);
     std::swap(items_, other.items_);
     std::swap(count_, other.count_);
-    std::swap(capacity_, other.capacity_);
+    const u32 capacity = capacity_;
+    capacity_ = other.capacity_;
+    other.capacity_ = capacity & kCapacityMask;
   }
 
   [[nodiscard]] u32 Count() const noexcept { return count_; }
@@ -115,6 +125,7 @@ class PropertySet {
   // ZNE_INVALID_ARGUMENTS, keeping what was merged so far; ZNI_PROPSET_UNCHANGED when nothing
   // changed.
   [[nodiscard]] u32 Merge(const PropertySet& source);
+  // Throws std::bad_alloc with the set as it was.
   void CopyFrom(const PropertySet& source);
 
   [[nodiscard]] bool IsHidden(std::string_view name) const noexcept;
@@ -134,16 +145,24 @@ class PropertySet {
   void WriteXml(XmlTextStream& stream) const;
 
  private:
+  static constexpr u32 kCapacityMask = 0x7FFFFFFF;
+
   [[nodiscard]] u32 LowerBound(PropertyName name, bool* present) const noexcept;
   void InsertAt(u32 position, Property&& property);
   [[nodiscard]] u32 UnmarshalNext(BinaryReader& stream);
   void SortAndDropRepeats();
   void MakeRoom();  // for one more
   void Reserve(u32 capacity);
+  void AppendCopies(const PropertySet& source);  // to an empty set
+  void TakeFrom(PropertySet& source) noexcept;
 
   Property* items_ = nullptr;
   u32 count_ = 0;
-  u32 capacity_ = 0;
+  u32 capacity_ : 31 = 0;
+  u32 isRoomLent_ : 1 = false;  // the array is not this set's to free
 };
+#if UINTPTR_MAX == UINT64_MAX
+static_assert(sizeof(PropertySet) == 16, "each object has one");
+#endif
 
 }  // namespace zn

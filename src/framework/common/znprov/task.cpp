@@ -152,7 +152,7 @@ u32 CreateTaskObject(Database& database, Provider& provider, const ProviderCallA
     database.DeleteNode(task);
     return status;
   }
-  *out = task->GetId().Value();
+  *out = task->Guid();
   return ZN_OK;
 }
 

@@ -72,22 +72,6 @@ u32 BinaryReader::ReadUInt8(u8* out) noexcept {
   return ZN_OK;
 }
 
-u32 BinaryReader::ReadUInt64(u64* out) noexcept {
-  const u8* at = Take(8);
-  if (at == nullptr) return ZNE_UNEXPECTED;
-  *out = LoadU64(at);
-  return ZN_OK;
-}
-
-u32 BinaryReader::ReadCounted(size_t unit, const u8** out, u32* count) noexcept {
-  u32 units = 0;
-  ZN_RETURN_IF_FAILED(ReadUInt32(&units));
-  if (units > Left() / unit) return ZNE_UNEXPECTED;
-  *out = Take(units * unit);
-  *count = units;
-  return ZN_OK;
-}
-
 u32 BinaryReader::ReadWideString(WideString* out) {
   const u8* at = nullptr;
   u32 count = 0;

@@ -142,9 +142,21 @@ class BinaryReader {
     *out = LoadU32(at);
     return ZN_OK;
   }
-  [[nodiscard]] u32 ReadUInt64(u64* out) noexcept;
+  [[nodiscard]] u32 ReadUInt64(u64* out) noexcept {
+    const u8* at = Take(8);
+    if (at == nullptr) return ZNE_UNEXPECTED;
+    *out = LoadU64(at);
+    return ZN_OK;
+  }
   // A length or count word, then that many units of `unit` bytes in place.
-  [[nodiscard]] u32 ReadCounted(size_t unit, const u8** out, u32* count) noexcept;
+  [[nodiscard]] u32 ReadCounted(size_t unit, const u8** out, u32* count) noexcept {
+    u32 units = 0;
+    ZN_RETURN_IF_FAILED(ReadUInt32(&units));
+    if (units > Left() / unit) return ZNE_UNEXPECTED;
+    *out = Take(units * unit);
+    *count = units;
+    return ZN_OK;
+  }
   [[nodiscard]] u32 ReadWideString(WideString* out);
   [[nodiscard]] u32 ReadGuid(GUID* out) noexcept;
 

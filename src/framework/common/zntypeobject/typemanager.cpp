@@ -64,7 +64,7 @@ u32 ReadInterfaceList(const Value& list, std::vector<InterfaceRecord>* out) {
 // Best effort: the type stands, told or not.
 void AnnounceType(Database& database, TypeObject& type) noexcept {
   try {
-    database.NotifyTypeChange(TypeTopic(type.Name().Text(), ".object.add.", type.GetId().Value()),
+    database.NotifyTypeChange(TypeTopic(type.Name().Text(), ".object.add.", type.Guid()),
                               type.GetId(), type, type.GetProperties(), EVENT_LOCAL | EVENT_REMOTE);
   } catch (const std::bad_alloc&) {
   }
@@ -83,7 +83,7 @@ TypeObject* TypeManager::FindType(std::string_view name) noexcept {
 
 TypeObject* TypeManager::FindTypeById(const ObjectId& id) noexcept {
   for (const auto& [name, type] : types_) {
-    if (SameGuid(type->GetId().Value(), id)) return type.get();
+    if (SameGuid(type->Guid(), id)) return type.get();
   }
   return nullptr;
 }

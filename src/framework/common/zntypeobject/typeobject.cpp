@@ -201,10 +201,10 @@ void TypeObject::CollectInstanceIds(std::vector<ObjectId>* out) const {
   out->reserve(out->size() + CountInstances() + typeInstances_.size());
   for (const TypeObject* type : Descendants()) {
     for (const DBNode* node : type->instances_.Slots()) {
-      if (node != nullptr) out->push_back(node->GetId().Value());
+      if (node != nullptr) out->push_back(node->Guid());
     }
     for (const TypeObject* instance : type->typeInstances_) {
-      out->push_back(instance->GetId().Value());
+      out->push_back(instance->Guid());
     }
   }
 }
@@ -244,7 +244,7 @@ void TypeObject::NotifyInterfaceChange() try {
   PropertySet data;
   data.Put("InterfaceList", InterfaceList(interfaces_));
   data.Put("TypeName", Value::Text(name_));
-  database_->NotifyTypeChange(TypeTopic(name_.Text(), ".interface.change.", GetId().Value()),
+  database_->NotifyTypeChange(TypeTopic(name_.Text(), ".interface.change.", Guid()),
                               GetId(), *this, std::move(data), kTypeEventFlags);
 } catch (const std::bad_alloc&) {
 }
