@@ -17,8 +17,8 @@ build_packages=(
 )
 test_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev librapidcheck-dev
-  # fuzz targets (libFuzzer and its sanitizer runtimes), lock analysis, formatting
-  clang libclang-rt-14-dev llvm clang-format
+  # fuzz targets (libFuzzer and its sanitizer runtimes), lock analysis, formatting, static analysis
+  clang libclang-rt-14-dev llvm clang-format clang-tidy
   # the compile-only check of the portable half
   g++-mingw-w64-i686-posix
   # the live test adds an interface in a network namespace of its own

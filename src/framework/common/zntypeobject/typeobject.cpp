@@ -244,8 +244,8 @@ void TypeObject::NotifyInterfaceChange() try {
   PropertySet data;
   data.Put("InterfaceList", InterfaceList(interfaces_));
   data.Put("TypeName", Value::Text(name_));
-  database_->NotifyTypeChange(TypeTopic(name_.Text(), ".interface.change.", Guid()),
-                              GetId(), *this, std::move(data), kTypeEventFlags);
+  database_->NotifyTypeChange(TypeTopic(name_.Text(), ".interface.change.", Guid()), GetId(), *this,
+                              std::move(data), kTypeEventFlags);
 } catch (const std::bad_alloc&) {
 }
 
