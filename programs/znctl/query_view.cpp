@@ -160,12 +160,16 @@ struct Candidate {
   size_t count = 0;  // hits that have it
   bool differs = false;
   bool hasText = false;
+  bool isDefault = true;  // in every hit
   size_t width = 0;
   std::string first;
 
   bool IsArray() const { return (type & ZN_TYPE_ARRAY) != 0; }
   // The smaller, the more worth a column.
-  int Rank() const { return ((flags & ZN_PROPERTY_INDEXED) != 0 ? 0 : 1) + (IsArray() ? 2 : 0); }
+  int Rank() const {
+    const bool isIndexed = (flags & ZN_PROPERTY_INDEXED) != 0;
+    return (isIndexed ? 0 : 1) + (isDefault ? 2 : 0) + (IsArray() ? 4 : 0);
+  }
 };
 
 bool MayBeShown(const Property& property) {
@@ -175,7 +179,7 @@ bool MayBeShown(const Property& property) {
          type != ZN_TYPE_PROPSET && !std::holds_alternative<std::monostate>(property.value.data);
 }
 
-void Count(const Property& property, Candidate* candidate) {
+void Count(const Property& property, const Property* initial, Candidate* candidate) {
   const std::string text = Printable(FormatValue(property.value));
   if (candidate->count == 0) {
     candidate->flags = property.flags;
@@ -186,6 +190,8 @@ void Count(const Property& property, Candidate* candidate) {
   ++candidate->count;
   candidate->differs = candidate->differs || text != candidate->first;
   candidate->hasText = candidate->hasText || !text.empty();
+  const bool isInitial = initial != nullptr && property.value == initial->value;
+  candidate->isDefault = candidate->isDefault && isInitial;
   candidate->width =
       std::min(std::max(candidate->width, DisplayWidth(text)), kWidestPropertyColumn);
 }
@@ -204,12 +210,14 @@ std::vector<std::string> ExplainQuery(const std::string& text, u32 status,
   return lines;
 }
 
-std::vector<std::string> QueryColumns(const std::vector<PropertyList>& hits, size_t room) {
+std::vector<std::string> QueryColumns(const std::vector<PropertyList>& hits,
+                                      const PropertyList& defaults, size_t room) {
   constexpr size_t kGap = 2;
   std::map<std::string, Candidate> candidates;
   for (const PropertyList& properties : hits) {
     for (const Property& property : properties) {
-      if (MayBeShown(property)) Count(property, &candidates[property.name]);
+      if (!MayBeShown(property)) continue;
+      Count(property, FindProperty(defaults, property.name), &candidates[property.name]);
     }
   }
   std::vector<std::pair<int, std::string>> order;

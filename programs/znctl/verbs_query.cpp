@@ -76,6 +76,7 @@ bool IsNumber(const std::vector<Hit>& hits, const std::string& name) {
 std::string RenderHits(Console& console, const std::vector<Hit>& hits) {
   constexpr size_t kPaper = 80;       // columns where no terminal says how many
   constexpr size_t kWidestPath = 32;  // that other columns stand back for
+  if (hits.empty()) return "no objects\n";
   const size_t idLength = ShortIdLength(console.Objects().All());
   std::vector<PropertyList> properties;
   size_t pathWidth = 4;
@@ -87,7 +88,9 @@ std::string RenderHits(Console& console, const std::vector<Hit>& hits) {
   }
   const size_t width = console.Screen().width == 0 ? kPaper : console.Screen().width;
   const size_t taken = idLength + 2 + std::min(pathWidth, kWidestPath) + typeWidth;
-  const std::vector<std::string> names = QueryColumns(properties, width - std::min(width, taken));
+  const PropertyList defaults = console.Bus().TypeProperties(hits.front().info.type, true);
+  const std::vector<std::string> names =
+      QueryColumns(properties, defaults, width - std::min(width, taken));
 
   std::vector<Column> columns = {{"ID", Style::kDim}, {"PATH", Style::kName, true}};
   if (typeWidth > 0) columns.push_back({"TYPE", Style::kType, true});
@@ -104,7 +107,7 @@ std::string RenderHits(Console& console, const std::vector<Hit>& hits) {
     }
     rows.push_back(std::move(row));
   }
-  return RenderTable(console.Screen(), columns, rows, "no objects");
+  return RenderTable(console.Screen(), columns, rows, "");
 }
 
 int RunQuery(Console& console, const QueryArguments& arguments) {
