@@ -101,6 +101,8 @@ TEST(ZnctlQueryFault, ShowsThePartOfALongTextAroundTheFault) {
   const std::vector<std::string> lines =
       Explained("SELECT FROM " + name + " when " + name + " EQ 1");
   ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(Explained(name + " FROM Disk WHERE Size EQ 1")[2],
+            "word 1 is \"" + std::string(39, 'n') + "…\" and must be SELECT, in capitals");
   EXPECT_THAT(lines[0], testing::StartsWith("…nnn"));
   EXPECT_THAT(lines[0], HasSubstr("n when nnn"));
   EXPECT_THAT(lines[0], testing::EndsWith("n…"));
@@ -117,6 +119,8 @@ TEST(ZnctlQueryFault, MarksThePlaceBehindWideAndUnprintableCharacters) {
 
 TEST(ZnctlQueryFault, IsSilentWhereTheTextIsNotToBlame) {
   EXPECT_THAT(Explained("SELECT FROM Disk WHERE Size EQ 1", ZNE_OUT_OF_MEMORY), IsEmpty());
+  EXPECT_THAT(Explained("no query", ZNE_OUT_OF_MEMORY), IsEmpty());
+  EXPECT_THAT(Explained("SELECT FROM Disk WHERE Size EQ 1"), IsEmpty());
 }
 
 // --- columns ----------------------------------------------------------------------------------
