@@ -56,7 +56,7 @@ std::string WordName(u32 word) {
 
 // A word within a sentence.
 std::string Quoted(std::string_view word) {
-  constexpr size_t kMostColumns = 40;
+  constexpr size_t kMostColumns = 30;
   return "\"" + CutToWidth(Printable(word), kMostColumns) + "\"";
 }
 

@@ -102,7 +102,7 @@ TEST(ZnctlQueryFault, ShowsThePartOfALongTextAroundTheFault) {
       Explained("SELECT FROM " + name + " when " + name + " EQ 1");
   ASSERT_EQ(lines.size(), 4u);
   EXPECT_EQ(Explained(name + " FROM Disk WHERE Size EQ 1")[2],
-            "word 1 is \"" + std::string(39, 'n') + "…\" and must be SELECT, in capitals");
+            "word 1 is \"" + std::string(29, 'n') + "…\" and must be SELECT, in capitals");
   EXPECT_THAT(lines[0], testing::StartsWith("…nnn"));
   EXPECT_THAT(lines[0], HasSubstr("n when nnn"));
   EXPECT_THAT(lines[0], testing::EndsWith("n…"));
