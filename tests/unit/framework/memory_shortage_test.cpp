@@ -1,6 +1,8 @@
 // What is left behind when memory runs out in the middle: every allocation of an operation fails
 // once. The general operator new of this program is replaced for it; it fails on demand, on the
 // thread of the test alone.
+#include "zn/memory.h"
+
 #include <cstdlib>
 #include <new>
 
@@ -11,7 +13,6 @@
 #include "tests/unit/framework/bus_fixture.h"
 #include "zn/db.h"
 #include "zn/ev.h"
-#include "zn/memory.h"
 #include "zn/type.h"
 
 namespace {
