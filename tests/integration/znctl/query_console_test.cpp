@@ -44,16 +44,17 @@ TEST_F(ConsoleQuery, FindsNothingWithSuccess) {
   EXPECT_EQ(finished.out, "no objects\n");
 }
 
+// The ticker's count may have risen by then, which makes it a column.
 TEST_F(ConsoleQuery, LeavesOutWhatTellsNoHitsApartAndWhatIsHidden) {
   const Finished finished =
       place_.Znctl({"query", "SELECT FROM ZnctlTest_Thing WHERE Label EQ label"});
   EXPECT_EQ(finished.code, 0) << finished.err;
-  EXPECT_THAT(finished.out, HasSubstr("/bench/tray/twin\n"));
+  EXPECT_THAT(finished.out, HasSubstr("/bench/tray/twin"));
   EXPECT_THAT(finished.out, Not(HasSubstr("Label")));
   EXPECT_THAT(finished.out, Not(HasSubstr("unseen")));
   EXPECT_THAT(
       place_.Znctl({"query", "SELECT FROM ZnctlTest_Thing WHERE Label EQ label", "--all"}).out,
-      HasSubstr("/bench/tray/unseen\n"));
+      HasSubstr("/bench/tray/unseen"));
 }
 
 TEST_F(ConsoleQuery, ShowsTheTypeWhereHitsAreOfSeveral) {
