@@ -295,7 +295,9 @@ bool IsNameStart(char c) noexcept {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
 }
 
-bool IsPropertyName(std::string_view name) noexcept {
+}  // namespace
+
+bool IsPropertyNameText(std::string_view name) noexcept {
   if (name.empty()) return true;
   if (!IsNameStart(name[0])) return false;
   for (const char c : name) {
@@ -303,8 +305,6 @@ bool IsPropertyName(std::string_view name) noexcept {
   }
   return true;
 }
-
-}  // namespace
 
 bool IsReadableProperty(const Property2* property) noexcept {
   if (!IsGoodPointer(property) || !IsGoodString(property->Name, kMaxNameLength)) return false;
@@ -319,7 +319,7 @@ u32 ConvertProperty2ToProperty3(const Property2* in, Property* out) {
     return ZNE_INVALID_ARGUMENTS;
   }
   const std::string_view name(in->Name);
-  if (!IsPropertyName(name)) {
+  if (!IsPropertyNameText(name)) {
     ZN_TRACE(3, "ZnAPI:ConvertProperty2ToProperty3: Invalid property name: %s", in->Name);
     return ZNE_INVALID_ARGUMENTS;
   }
