@@ -5,9 +5,16 @@ include(CMakePackageConfigHelpers)
 
 set(ZN_INSTALL_DATADIR ${CMAKE_INSTALL_LIBDIR}/znmira)  # the sample's InstallDir
 set(ZN_INSTALL_PROVIDERSDIR ${ZN_INSTALL_DATADIR}/providers)
+set(ZN_INSTALL_SCHEMASDIR ${CMAKE_INSTALL_DATADIR}/znmira/schemas)
 set(ZN_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/znmira)
 
 install(TARGETS znmira EXPORT znmiraTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# Formalization documents: the type of them all, the service's own, those of the providers.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/schemas/ DESTINATION ${ZN_INSTALL_SCHEMASDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/providers/hostinv/hostinv_types.xml
+  DESTINATION ${ZN_INSTALL_SCHEMASDIR})
+install(FILES ${PROJECT_BINARY_DIR}/include/zn/formalization_dtd.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zn)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING PATTERN "*.h")
 
@@ -24,16 +31,18 @@ foreach(provider hostinv example)
   endif()
 endforeach()
 
-# pkg-config
+# pkg-config; a module of its own for those who read documents, since it needs the XML library too
 file(RELATIVE_PATH ZN_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" ZN_PC_PREFIX "${ZN_PC_PREFIX}")
-configure_file(${CMAKE_CURRENT_LIST_DIR}/znmira.pc.in ${PROJECT_BINARY_DIR}/znmira.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/znmira.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(module znmira znmira-formalization)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${module}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
 
 # find_package(znmira)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/znmiraConfig.cmake.in
   ${PROJECT_BINARY_DIR}/znmiraConfig.cmake INSTALL_DESTINATION ${ZN_INSTALL_CMAKEDIR}
-  PATH_VARS ZN_INSTALL_PROVIDERSDIR)
+  PATH_VARS ZN_INSTALL_PROVIDERSDIR ZN_INSTALL_SCHEMASDIR)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/znmiraConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/znmiraConfig.cmake
@@ -43,6 +52,7 @@ install(EXPORT znmiraTargets NAMESPACE znmira:: DESTINATION ${ZN_INSTALL_CMAKEDI
 # The sample settings are made at install time, when the prefix is known for certain.
 install(CODE "
   set(installDir \"\${CMAKE_INSTALL_PREFIX}/${ZN_INSTALL_DATADIR}\")
+  set(schemasDir \"\${CMAKE_INSTALL_PREFIX}/${ZN_INSTALL_SCHEMASDIR}\")
   configure_file(\"${CMAKE_CURRENT_LIST_DIR}/settings.toml.in\"
     \"${PROJECT_BINARY_DIR}/settings.toml\" @ONLY)
   file(INSTALL \"${PROJECT_BINARY_DIR}/settings.toml\"

@@ -1,4 +1,5 @@
-// ZnInitialize: the system database, the provider "system", groups and providers, in that order.
+// ZnInitialize: the system database, the provider "system" with the declared types, groups,
+// declared alerts and providers, in that order.
 #include <memory>
 #include <string>
 
@@ -9,6 +10,7 @@
 #include "framework/common/znprov/loader.h"
 #include "framework/common/znprov/provider.h"
 #include "framework/common/znprov/systemprovider.h"
+#include "framework/common/znxml_dom_processor/formalization.h"
 #include "support/common/helpers.h"
 #include "zn/init.h"
 #include "zn/platform.h"
@@ -56,6 +58,23 @@ void ReadServerFlags() {
   return ZN_OK;
 }
 
+// TODO(alerts): ObPublishAlert(nullptr, provider, &alert), once the library has it.
+[[nodiscard]] u32 PublishDeclaredAlert(ZnHandle, const AlertDescriptor&) {
+  return ZNE_NOT_IMPLEMENTED;
+}
+
+// The alerts of the document that the settings name, published by the provider "system". A document
+// with a fault is traced, and the start goes on without it.
+void ReadDeclaredAlerts(Database& database) {
+  const Provider* system = database.FindProviderByName(kSystemProviderName);
+  const std::string path = PathSetting(u"AlertTypeFile");
+  if (system == nullptr || path.empty()) return;
+  const ZnHandle provider = system->Handle();
+  static_cast<void>(ReadAlertTypesFromFile(path.c_str(), [provider](const AlertDescriptor& alert) {
+    return PublishDeclaredAlert(provider, alert);
+  }));
+}
+
 // The signal for providers that wait for all others.
 void RaiseLastPhase(Database& database) {
   Provider* system = database.FindProviderByName(kSystemProviderName);
@@ -84,6 +103,7 @@ void RaiseLastPhase(Database& database) {
     static_cast<void>(
         database.LoadRegistryGroups(database.FindProviderByName(kSystemProviderName)));
   }
+  ReadDeclaredAlerts(database);
   ZN_RETURN_IF_FAILED(LoadProviders(database));
   RaiseLastPhase(database);
   if (ZN_FAILED(ReadTextSetting(HkeyMiraRoot(), nullptr, u"InstallDir", &InstallDir()))) {
