@@ -1,5 +1,5 @@
-// The provider's hold on the bus: property sets by value, its settings, its declared types, and the
-// Publisher that keeps the objects of the database equal to an Inventory. Only this file and calls
+// The provider's hold on the bus: property sets by value, its settings, and the Publisher that
+// keeps the objects of the database equal to an Inventory. Only this file, declared_types and calls
 // speak to the library; none of them holds a lock while doing so.
 #pragma once
 
@@ -45,9 +45,6 @@ struct Settings {
 };
 inline constexpr u32 kLeastPeriodMs = 100;
 Settings ReadSettings(ZnHandle provider);
-
-// Declares every type of the schema; one that is there already is left alone.
-u32 DeclareTypes(ZnHandle database);
 
 // Owned by the Follower's thread after the start; the database and provider handles outlive it.
 class Publisher {

@@ -5,6 +5,7 @@
 
 #include "bus.h"
 #include "calls.h"
+#include "declared_types.h"
 #include "follower.h"
 #include "jobs.h"
 #include "zn/znmira.h"
