@@ -56,6 +56,7 @@ void AddProviderVerbs(CLI::App& app, Command* command);  // providers
 void AddCallVerbs(CLI::App& app, Command* command);      // call, refresh
 void AddWatchVerbs(CLI::App& app, Command* command);     // watch
 void AddSettingsVerbs(CLI::App& app, Command* command);  // settings
+void AddDocumentVerbs(CLI::App& app, Command* command);  // validate
 
 // Entries of a list as the system provider keeps them, each followed by a comma.
 std::vector<std::string> SplitProviderList(const std::string& text);

@@ -101,6 +101,7 @@ int Main(int argc, char** argv) {
   AddCallVerbs(app, &command);
   AddWatchVerbs(app, &command);
   AddSettingsVerbs(app, &command);
+  AddDocumentVerbs(app, &command);
   app.require_subcommand(0, 1);
   app.footer(kFooter);
   Arrange(&app);
