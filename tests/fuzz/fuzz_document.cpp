@@ -86,13 +86,13 @@ void CheckTypes(const std::string& text) {
 
 void CheckAlerts(const std::string& text) {
   size_t published = 0;
-  const auto publish = [&published](const AlertDescriptor& alert) -> u32 {
+  const auto publish = [&published](ZnHandle, const AlertDescriptor& alert) -> u32 {
     Require(alert.topic != nullptr && alert.flag < 4 && alert.message != nullptr &&
                 alert.message->name != nullptr && alert.userProperties != nullptr,
             "an alert that is not whole");
     return ++published % 2 == 0 ? ZNE_UNEXPECTED : ZN_OK;
   };
-  const u32 status = zn::ReadAlertTypesFromMemory(text.c_str(), publish);
+  const u32 status = zn::ReadAlertTypesFromMemory(nullptr, text.c_str(), publish);
   Require(!ZN_FAILED(status) || published == 0, "alerts of a document that failed");
 }
 

@@ -10,6 +10,7 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 
 constexpr char kGuidText[] = "{10203040-5060-7080-0102-030405060708}";
+const auto kDatabase = reinterpret_cast<ZnHandle>(std::uintptr_t{0x4711000});  // handed through
 constexpr GUID kGuid = {0x10203040, 0x5060, 0x7080, {1, 2, 3, 4, 5, 6, 7, 8}};
 
 std::string Text(const char* element, int number, const std::string& text) {
@@ -41,9 +42,12 @@ struct Published {
 
 class AlertDocumentTest : public testing::Test {
  protected:
-  u32 Read(const std::string& text) { return ReadAlertTypesFromMemory(text.c_str(), Publisher()); }
+  u32 Read(const std::string& text) {
+    return ReadAlertTypesFromMemory(kDatabase, text.c_str(), Publisher());
+  }
   AlertPublisher Publisher() {
-    return [this](const AlertDescriptor& alert) {
+    return [this](ZnHandle database, const AlertDescriptor& alert) {
+      EXPECT_EQ(database, kDatabase);
       Published published{alert.topic, alert.flag, alert.severity, {}, {}, 0};
       for (const I18nString* text : {alert.message, alert.classification, alert.friendlyName,
                                      alert.description, alert.recommendedAction}) {
@@ -270,11 +274,11 @@ TEST_F(AlertDocumentTest, ReadsEveryElementOfTheRootAsAnAlert) {
 
 TEST_F(AlertDocumentTest, IsReadFromAFile) {
   const TemporaryFile file(Document(Alert("a")), "alerts.xml");
-  EXPECT_EQ(ReadAlertTypesFromFile(file.Path().c_str(), Publisher()), ZN_OK);
+  EXPECT_EQ(ReadAlertTypesFromFile(kDatabase, file.Path().c_str(), Publisher()), ZN_OK);
   EXPECT_THAT(Topics(), ElementsAre("a"));
-  EXPECT_EQ(ReadAlertTypesFromFile("/tmp/zn_there_is_no_such_file", Publisher()),
+  EXPECT_EQ(ReadAlertTypesFromFile(kDatabase, "/tmp/zn_there_is_no_such_file", Publisher()),
             ZNE_XML_SOURCE_INVALID);
-  EXPECT_EQ(ReadAlertTypesFromFile(nullptr, Publisher()), ZNE_INVALID_ARGUMENTS);
+  EXPECT_EQ(ReadAlertTypesFromFile(kDatabase, nullptr, Publisher()), ZNE_INVALID_ARGUMENTS);
 }
 
 }  // namespace

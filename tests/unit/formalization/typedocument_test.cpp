@@ -1,6 +1,7 @@
 #include <thread>
 
 #include "framework/common/znxml_dom_processor/documentreader.h"
+#include "framework/common/znxml_dom_processor/domnodes.h"
 #include "framework/common/znxml_dom_processor/formalization.h"
 #include "framework/common/znxml_typeinfo/otinfo.h"
 #include "tests/unit/formalization/documents.h"
@@ -412,6 +413,44 @@ TEST(DocumentReader, TellsThatTheParserGaveUp) {
   const TraceCapture trace(6);
   TraceFault({FormalizationFault::Kind::kParse, "file.xml", 0, "out of luck"});
   EXPECT_THAT(trace.Messages(), ElementsAre("Error during parsing! :"));
+}
+
+TEST(RequiredElements, HaveWordsForEachFailure) {
+  const struct {
+    const char* element;
+    const char* missing;
+  } cases[] = {
+      {"MIRA_FORMALIZATION", "XML: Got an xml file with no MIRA_FORMALIZATION element"},
+      {"PROPSET", "XML: No PROPSET element exists"},
+      {"ALERT_PARAM", "XML: No ALERT_PARAM element exists"},
+  };
+  for (const auto& c : cases) {
+    const TraceCapture trace(6);
+    EXPECT_EQ(TellRequired(ZN_OK, c.element), ZN_OK);
+    EXPECT_EQ(TellRequired(ZNE_OBJECT_NOT_FOUND, c.element), ZNE_XML_SOURCE_INVALID);
+    EXPECT_EQ(TellRequired(ZNE_OUT_OF_MEMORY, c.element), ZNE_OUT_OF_MEMORY);
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre(c.missing, std::string("XML: Unknown error while getting ") +
+                                           c.element + " element"));
+  }
+}
+
+TEST(Filter, HasWordsForItsFailure) {
+  const TraceCapture trace(6);
+  TraceFragmentFailure(ZN_OK);
+  TraceFragmentFailure(ZNE_OUT_OF_MEMORY);
+  EXPECT_THAT(trace.Messages(), ElementsAre("XML: Problem in creating a document fragment"));
+}
+
+TEST(Dom, LetsNoExceptionOut) {
+  EXPECT_EQ(GuardDom([]() -> u32 { return ZNE_TYPE_EXISTS; }), ZNE_TYPE_EXISTS);
+  EXPECT_EQ(GuardDom([]() -> u32 { throw std::bad_alloc(); }), ZNE_OUT_OF_MEMORY);
+  EXPECT_EQ(GuardDom([]() -> u32 { throw xercesc::OutOfMemoryException(); }), ZNE_OUT_OF_MEMORY);
+  EXPECT_EQ(GuardDom([]() -> u32 {
+              throw xercesc::DOMException(xercesc::DOMException::NOT_FOUND_ERR, 0,
+                                          xercesc::XMLPlatformUtils::fgMemoryManager);
+            }),
+            ZNE_UNEXPECTED);
 }
 
 // The graph lets no circle in, so that the order of a document never fails for one; whatever else

@@ -58,8 +58,8 @@ void ReadServerFlags() {
   return ZN_OK;
 }
 
-// TODO(alerts): ObPublishAlert(nullptr, provider, &alert), once the library has it.
-[[nodiscard]] u32 PublishDeclaredAlert(ZnHandle, const AlertDescriptor&) {
+// TODO(alerts): ObPublishAlert(database, provider, &alert), once the library has it.
+[[nodiscard]] u32 PublishDeclaredAlert(ZnHandle, ZnHandle, const AlertDescriptor&) {
   return ZNE_NOT_IMPLEMENTED;
 }
 
@@ -70,9 +70,10 @@ void ReadDeclaredAlerts(Database& database) {
   const std::string path = PathSetting(u"AlertTypeFile");
   if (system == nullptr || path.empty()) return;
   const ZnHandle provider = system->Handle();
-  static_cast<void>(ReadAlertTypesFromFile(path.c_str(), [provider](const AlertDescriptor& alert) {
-    return PublishDeclaredAlert(provider, alert);
-  }));
+  const auto publish = [provider](ZnHandle hDb, const AlertDescriptor& alert) {
+    return PublishDeclaredAlert(hDb, provider, alert);
+  };
+  static_cast<void>(ReadAlertTypesFromFile(database.Handle(), path.c_str(), publish));
 }
 
 // The signal for providers that wait for all others.

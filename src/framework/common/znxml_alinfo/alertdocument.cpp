@@ -22,24 +22,24 @@ u32 ReadAlerts(xercesc::DOMDocument& document, ALInfoVector* out) {
   return ValidateAlertTypes(*out);
 }
 
-u32 ReadAndPublish(const DocumentSource& source, const AlertPublisher& publish) {
+u32 ReadAndPublish(ZnHandle database, const DocumentSource& source, const AlertPublisher& publish) {
   const BusLock lock;  // the reader's critical section
   DocumentReader reader;
   ZN_RETURN_IF_FAILED(reader.Parse(source));
   ALInfoList infos;  // goes before the document
   ZN_RETURN_IF_FAILED(ReadAlerts(*reader.Document(), &infos.Get()));
-  for (const ALInfo* info : infos.Get()) PublishAlertType(*info, publish);
+  for (const ALInfo* info : infos.Get()) PublishAlertType(*info, database, publish);
   return ZN_OK;
 }
 
 }  // namespace
 
-u32 ReadAlertTypesFromFile(const char* path, const AlertPublisher& publish) {
-  return GuardDom([&] { return ReadAndPublish({.path = path}, publish); });
+u32 ReadAlertTypesFromFile(ZnHandle database, const char* path, const AlertPublisher& publish) {
+  return GuardDom([&] { return ReadAndPublish(database, {.path = path}, publish); });
 }
 
-u32 ReadAlertTypesFromMemory(const char* text, const AlertPublisher& publish) {
-  return GuardDom([&] { return ReadAndPublish({.text = text}, publish); });
+u32 ReadAlertTypesFromMemory(ZnHandle database, const char* text, const AlertPublisher& publish) {
+  return GuardDom([&] { return ReadAndPublish(database, {.text = text}, publish); });
 }
 
 }  // namespace zn

@@ -127,14 +127,9 @@ u32 ReadTexts(const DOMElement& parameters, ALInfo* info) {
 
 u32 ReadParameters(const DOMElement& element, ALInfo* info) {
   DOMElement* parameters = nullptr;
-  u32 status = GetFirstElement(element, "ALERT_PARAM", &parameters);
-  if (status == ZNE_OBJECT_NOT_FOUND) {
-    ZN_TRACE(6, "XML: No ALERT_PARAM element exists");
-    TracePlace(element);
-    return ZNE_XML_SOURCE_INVALID;
-  }
+  u32 status = TellRequired(GetFirstElement(element, "ALERT_PARAM", &parameters), "ALERT_PARAM");
   if (ZN_FAILED(status)) {
-    ZN_TRACE(6, "XML: Unknown error while getting ALERT_PARAM element");
+    TracePlace(element);
     return status;
   }
   status = ReadTexts(*parameters, info);
@@ -211,7 +206,7 @@ u32 ValidateAlertTypes(const ALInfoVector& infos) {
   });
 }
 
-void PublishAlertType(const ALInfo& info, const AlertPublisher& publish) {
+void PublishAlertType(const ALInfo& info, ZnHandle database, const AlertPublisher& publish) {
   DescribeAlertType(info);
   AlertDescriptor alert{};
   alert.topic = info.topic;
@@ -223,7 +218,7 @@ void PublishAlertType(const ALInfo& info, const AlertPublisher& publish) {
   alert.description = info.description;
   alert.recommendedAction = info.recommendedAction;
   alert.userProperties = info.parameters;
-  if (!ZN_FAILED(publish(alert))) return;
+  if (!ZN_FAILED(publish(database, alert))) return;
   ZN_TRACE(5, "XML: Publication of alert %s failed", info.topic);
   if (info.refNode != nullptr) TracePlace(*info.refNode);
 }

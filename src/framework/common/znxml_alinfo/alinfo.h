@@ -36,6 +36,6 @@ class ALInfoList {
 [[nodiscard]] u32 ValidateAlertTypes(const ALInfoVector& infos);
 
 // Describes the alert in the trace and publishes it; a failure is traced.
-void PublishAlertType(const ALInfo& info, const AlertPublisher& publish);
+void PublishAlertType(const ALInfo& info, ZnHandle database, const AlertPublisher& publish);
 
 }  // namespace zn

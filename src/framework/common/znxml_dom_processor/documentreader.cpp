@@ -64,16 +64,8 @@ u32 DocumentReader::Parse(const DocumentSource& source) {
 u32 ReadRoot(xercesc::DOMDocument& document,
              const std::function<u32(xercesc::DOMNode& root)>& read) {
   xercesc::DOMElement* root = nullptr;
-  u32 status = GetFirstElement(document, "MIRA_FORMALIZATION", &root);
-  if (status == ZNE_OBJECT_NOT_FOUND) {
-    ZN_TRACE(6, "XML: Got an xml file with no MIRA_FORMALIZATION element");
-    return ZNE_XML_SOURCE_INVALID;
-  }
-  if (ZN_FAILED(status)) {
-    ZN_TRACE(6, "XML: Unknown error while getting MIRA_FORMALIZATION element");
-    return status;
-  }
-  status = read(*root);
+  ZN_RETURN_IF_FAILED(TellRequired(GetFirstElement(document, kRootElement, &root), kRootElement));
+  const u32 status = read(*root);
   if (ZN_FAILED(status)) ZN_TRACE(6, "XML: Error in processing MIRA_FORMALIZATION element");
   return status;
 }

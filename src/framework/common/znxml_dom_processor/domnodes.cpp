@@ -4,6 +4,7 @@
 #include <xercesc/util/OutOfMemoryException.hpp>
 
 #include "support/common/text.h"
+#include "support/common/trace.h"
 
 namespace zn {
 
@@ -61,6 +62,17 @@ u32 GetFirstElement(const DOMNode& parent, const char* name, DOMElement** out) {
     *out = static_cast<DOMElement*>(node);
     return ZN_OK;
   });
+}
+
+u32 TellRequired(u32 found, const char* element) {
+  if (found == ZNE_OBJECT_NOT_FOUND) {
+    const bool isRoot = std::string_view(element) == kRootElement;
+    ZN_TRACE(6, isRoot ? "XML: Got an xml file with no %s element" : "XML: No %s element exists",
+             element);
+    return ZNE_XML_SOURCE_INVALID;
+  }
+  if (ZN_FAILED(found)) ZN_TRACE(6, "XML: Unknown error while getting %s element", element);
+  return found;
 }
 
 u32 CopyChildren(const DOMNode& parent, short nodeType, const char* name,

@@ -14,6 +14,8 @@
 
 namespace zn {
 
+inline constexpr char kRootElement[] = "MIRA_FORMALIZATION";
+
 // Runs a body that touches the DOM: no exception leaves it. ZNE_OUT_OF_MEMORY, ZNE_UNEXPECTED.
 [[nodiscard]] u32 GuardDom(const std::function<u32()>& body) noexcept;
 
@@ -25,6 +27,9 @@ namespace zn {
                                 xercesc::DOMNode** out);
 [[nodiscard]] u32 GetFirstElement(const xercesc::DOMNode& parent, const char* name,
                                   xercesc::DOMElement** out);
+// What it means that a required element was looked for with that result, traced:
+// ZNE_XML_SOURCE_INVALID when there is none, any other failure as it is.
+[[nodiscard]] u32 TellRequired(u32 found, const char* element);
 // Copies all such children into the fragment. ZNE_OBJECT_NOT_FOUND when there is none.
 [[nodiscard]] u32 CopyChildren(const xercesc::DOMNode& parent, short nodeType, const char* name,
                                xercesc::DOMDocumentFragment* out);

@@ -20,12 +20,12 @@ namespace zn {
 u32 ReadObjectTypesFromFile(ZnHandle database, const char* path, const char** filter);
 u32 ReadObjectTypesFromMemory(ZnHandle database, const char* text, const char** filter);
 
-// Publishes one alert; the record is good during the call.
-using AlertPublisher = std::function<u32(const AlertDescriptor& alert)>;
+// Publishes one alert in a database; the record is good during the call.
+using AlertPublisher = std::function<u32(ZnHandle database, const AlertDescriptor& alert)>;
 
 // Reads a document and publishes its alerts in their order. A publication that fails is traced and
 // stops nothing. The statuses of the above.
-u32 ReadAlertTypesFromFile(const char* path, const AlertPublisher& publish);
-u32 ReadAlertTypesFromMemory(const char* text, const AlertPublisher& publish);
+u32 ReadAlertTypesFromFile(ZnHandle database, const char* path, const AlertPublisher& publish);
+u32 ReadAlertTypesFromMemory(ZnHandle database, const char* text, const AlertPublisher& publish);
 
 }  // namespace zn

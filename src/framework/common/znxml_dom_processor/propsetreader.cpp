@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include <xercesc/dom/DOM.hpp>
+
 #include "framework/common/znpropset/property2.h"
 #include "framework/common/znxml_dom_processor/domnodes.h"
 #include "framework/common/znxml_dom_processor/place.h"
@@ -94,14 +96,9 @@ u32 ReadPropset(const DOMElement& element, PropertySet* out) {
 
 u32 ReadRequiredPropset(const DOMElement& owner, ZnHandle* out) {
   DOMElement* element = nullptr;
-  u32 status = GetFirstElement(owner, "PROPSET", &element);
-  if (status == ZNE_OBJECT_NOT_FOUND) {
-    ZN_TRACE(6, "XML: No PROPSET element exists");
-    TracePlace(owner);
-    return ZNE_XML_SOURCE_INVALID;
-  }
+  u32 status = TellRequired(GetFirstElement(owner, "PROPSET", &element), "PROPSET");
   if (ZN_FAILED(status)) {
-    ZN_TRACE(6, "XML: Unknown error while getting PROPSET element");
+    TracePlace(owner);
     return status;
   }
   PropertySet set;

@@ -108,6 +108,10 @@ u32 ValidateObjectTypes(const OTInfoVector& infos) {
   });
 }
 
+void TraceFragmentFailure(u32 status) {
+  if (ZN_FAILED(status)) ZN_TRACE(6, "XML: Problem in creating a document fragment");
+}
+
 void TraceOrderFailure(u32 status) {
   if (status == ZNE_PROVIDER_REG_CIRCULAR) {
     ZN_TRACE(5, "XML: OBJECT_TYPEs in xml source have circular dependencies");

@@ -35,6 +35,8 @@ class OTInfoList {
 
 [[nodiscard]] u32 ValidateObjectTypes(const OTInfoVector& infos);
 
+// The words for a filter that could not be applied; none for a success.
+void TraceFragmentFailure(u32 status);
 // The words for a document whose types cannot be ordered; none for a success.
 void TraceOrderFailure(u32 status);
 

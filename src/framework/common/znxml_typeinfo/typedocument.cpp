@@ -32,30 +32,25 @@ Names NamesOf(const char** filter) {
 
 // Moves the OBJECT_TYPE children of the root whose names are wanted into the fragment.
 u32 SelectTypes(xercesc::DOMNode& root, const Names& names, DOMDocumentFragment* out) {
-  return GuardDom([&]() -> u32 {
-    for (DOMElement* at = FirstElement(root); at != nullptr;) {
-      DOMElement* next = NextElement(*at);
-      if (IsNamed(*at, "OBJECT_TYPE") &&
-          std::binary_search(names.begin(), names.end(), AttributeOf(*at, "Name"))) {
-        out->appendChild(at);
-      }
-      at = next;
+  for (DOMElement* at = FirstElement(root); at != nullptr;) {
+    DOMElement* next = NextElement(*at);
+    if (IsNamed(*at, "OBJECT_TYPE") &&
+        std::binary_search(names.begin(), names.end(), AttributeOf(*at, "Name"))) {
+      out->appendChild(at);
     }
-    return ZN_OK;
-  });
+    at = next;
+  }
+  return ZN_OK;
 }
 
 u32 ReadSelectedTypes(xercesc::DOMNode& root, const Names& names, OTInfoVector* out) {
   DOMDocumentFragment* fragment = nullptr;
-  u32 status = GuardDom([&]() -> u32 {
+  const u32 status = GuardDom([&]() -> u32 {
     fragment = root.getOwnerDocument()->createDocumentFragment();
-    return ZN_OK;
+    return SelectTypes(root, names, fragment);
   });
-  if (!ZN_FAILED(status)) status = SelectTypes(root, names, fragment);
-  if (ZN_FAILED(status)) {
-    ZN_TRACE(6, "XML: Problem in creating a document fragment");
-    return status;
-  }
+  TraceFragmentFailure(status);
+  ZN_RETURN_IF_FAILED(status);
   return ReadObjectTypes(*fragment, out);
 }
 
