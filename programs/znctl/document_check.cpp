@@ -90,6 +90,7 @@ class DocumentChecker {
   void OnFault(const FormalizationFault& fault) {
     const bool isInvalid = fault.kind == Kind::kError || fault.kind == Kind::kWarning;
     isBroken_ = isBroken_ || !isInvalid;
+    isInvalid_ = true;
     report_.faults.push_back(
         {false, fault.file, fault.line, isInvalid ? "document-type" : "well-formed", fault.text});
   }
@@ -139,9 +140,16 @@ class DocumentChecker {
     const size_t before = report_.Errors();
     const std::string name = AttributeOf(element, "Name");
     const bool isNew = IsNew(&typeLines_, element, name, "the type");
+    if (element.hasAttribute(u"Name") && !names_.IsTaken(name)) {
+      Fault(
+          element, "name",
+          fmt::format("\"{}\" is no name of a type: letters, digits, \"_\" and \":\", the first a "
+                      "letter or \"_\"",
+                      name));
+    }
     Warn(element, "flags", OddTypeFlags(AttributeOf(element, "Flags")));
     CheckPropset(FindElement(element, "PROPSET"));
-    const bool isGood = report_.Errors() == before;
+    const bool isGood = !isInvalid_ && report_.Errors() == before;
     const u32 status = Probe(element, &OTIVCreate_DocFragment, isNew ? &types_.Get() : nullptr);
     if (isGood && ZN_FAILED(status)) {
       Fault(element, "refused", fmt::format("the library refuses \"{}\": {:#010x}", name, status));
@@ -163,7 +171,7 @@ class DocumentChecker {
       }
       CheckPropset(FindElement(*parameters, "PROPSET"));
     }
-    const bool isGood = report_.Errors() == before;
+    const bool isGood = !isInvalid_ && report_.Errors() == before;
     AlertRecords records;
     const u32 status = Probe(element, &ALIVCreate_DocFragment, &records.Get());
     if (isGood && ZN_FAILED(status)) {
@@ -339,10 +347,12 @@ class DocumentChecker {
   std::string path_;
   FormalizationParser parser_;
   TypeRecords types_;
+  TypeNames names_;
   DocumentReport report_;
   std::map<std::string, u32> typeLines_;
   std::map<std::string, u32> topicLines_;
-  bool isBroken_ = false;
+  bool isInvalid_ = false;  // the parser had something to say
+  bool isBroken_ = false;   // and there is nothing more to look at
 };
 
 }  // namespace

@@ -66,8 +66,7 @@ int RunValidate(Console& console, const std::string& path) {
 
 void AddDocumentVerbs(CLI::App& app, Command* command) {
   auto path = std::make_shared<std::string>();
-  CLI::App* verb = app.add_subcommand(
-      "validate", "Check a document of object types or alerts, without loading it");
+  CLI::App* verb = app.add_subcommand("validate", "Check a document of object types or alerts");
   verb->add_option("document", *path, "The file")->required()->check(CLI::ExistingFile);
   verb->footer(
       "Each fault is told with its file, line and rule. Warnings tell of what is read\n"
