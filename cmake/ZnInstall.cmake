@@ -1,5 +1,6 @@
 # What `cmake --install` gives: the library with its headers, pkg-config file and CMake package,
-# the programs, the providers in a folder of their own, and sample settings that name them.
+# the programs, the providers in a folder of their own, the message catalogs in another, and sample
+# settings that name them.
 # Everything finds the library relative to itself, so the prefix may be moved.
 include(CMakePackageConfigHelpers)
 
@@ -23,6 +24,10 @@ foreach(provider hostinv example)
     install(TARGETS ${provider} LIBRARY DESTINATION ${ZN_INSTALL_PROVIDERSDIR})
   endif()
 endforeach()
+
+file(GLOB catalogs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/catalogs/*.txt
+  ${PROJECT_SOURCE_DIR}/providers/*/catalogs/*.txt)
+install(FILES ${catalogs} DESTINATION ${ZN_INSTALL_DATADIR}/catalogs)
 
 # pkg-config
 file(RELATIVE_PATH ZN_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
