@@ -28,6 +28,7 @@ ROWS = [
     ("UnmarshalPropset", 9e5, "sets/s", "FloorMarshalBytes", None),
     ("RaiseDelivered/real_time", 1e6, "events/s delivered", None, None),
     ("RaiseLatency/real_time", None, "single events/s", "FloorHandOver/real_time", 2.0),
+    ("RaiseAlert/real_time", None, "alerts/s delivered, two insertions", None, None),
     ("CreateMany/10000", None, "objects/s, 10,000", None, None),
     ("CreateMany/1000000/iterations:1", None, "objects/s, 1,000,000", "CreateMany/10000", 1.5),
 ]

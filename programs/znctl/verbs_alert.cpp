@@ -95,13 +95,9 @@ int RunList(Console& console, const AlertArguments& arguments) {
   }
   std::vector<std::vector<std::string>> rows;
   for (const Alert& alert : alerts) {
-    rows.push_back({SeverityText(alert.severity), alert.friendlyName, alert.topic, alert.provider});
+    rows.push_back({SeverityText(alert.severity), alert.topic, alert.friendlyName});
   }
-  WriteOut(RenderTable(console.Screen(),
-                       {{"SEVERITY"},
-                        {"NAME", Style::kName, true},
-                        {"TOPIC", Style::kPlain, true},
-                        {"PROVIDER", Style::kDim}},
+  WriteOut(RenderTable(console.Screen(), {{"SEVERITY"}, {"TOPIC"}, {"NAME", Style::kName, true}},
                        rows, "no alerts are published"));
   return kExitOk;
 }

@@ -1,8 +1,9 @@
 # The guide to writing a provider shows code that exists: each of its C++ and C blocks stands word
-# for word in the example provider or in the client, and together they leave nothing of the example
+# for word in the example providers or in the client, and together they leave nothing of the example
 # out. Run as: cmake -DDOCUMENT=<guide> -DPROJECT=<root> -P check_guide.cmake
 cmake_minimum_required(VERSION 3.25)
 file(READ ${PROJECT}/providers/example/example.cpp example)
+file(READ ${PROJECT}/providers/example/kettle.cpp kettle)
 file(READ ${PROJECT}/tests/integration/outside/client/client.c client)
 file(READ ${DOCUMENT} rest)
 
@@ -28,14 +29,16 @@ while(TRUE)
   endif()
   string(FIND "${example}" "${block}" inExample)
   string(FIND "${client}" "${block}" inClient)
-  if(inExample EQUAL -1 AND inClient EQUAL -1)
-    message(FATAL_ERROR "${DOCUMENT} shows code that is in neither file:\n${block}")
+  string(FIND "${kettle}" "${block}" inKettle)
+  if(inExample EQUAL -1 AND inKettle EQUAL -1 AND inClient EQUAL -1)
+    message(FATAL_ERROR "${DOCUMENT} shows code that is in none of the files:\n${block}")
   endif()
   math(EXPR blocks "${blocks} + 1")
   string(APPEND shown "${block}")
 endwhile()
 
-foreach(part ProviderEntry Initialize CreateLampType CreateLamp Call Event Shutdown)
+foreach(part ProviderEntry Initialize CreateLampType CreateLamp Call Event Shutdown PublishBoils
+    RaiseBoils)
   string(FIND "${shown}" "u32 ${part}(" found)
   if(found EQUAL -1)
     message(FATAL_ERROR "${DOCUMENT} does not show ${part}")

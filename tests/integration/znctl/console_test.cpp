@@ -66,6 +66,8 @@ TEST_F(Console, ShowsHelpOfEveryVerbWithin80Columns) {
                                                        {"call"},
                                                        {"refresh"},
                                                        {"watch"},
+                                                       {"alerts"},
+                                                       {"messages"},
                                                        {"settings"},
                                                        {"settings", "list"},
                                                        {"settings", "get"},
