@@ -42,11 +42,10 @@ ZN_API u32 ZnInitialize(u32 flags, ZnChangeCallback change, ZnEventCallback even
 
 /* Stops the server: refuses further provider calls and waits without limit for those that run,
  * raises the alert "event.alert.keld.server.shutdown" and waits up to 30 seconds until it has been
- * delivered with all that was raised before it, ends the event threads (what is queued after that is
- * dropped), calls Shutdown of every provider in the
- * reverse of their load order and unloads their libraries, deletes the databases, ends tracing.
- * From then on every handle is refused with ZNE_INVALID_ARGUMENTS; private databases and property
- * sets of the caller are not freed.
+ * delivered with all that was raised before it, ends the event threads (what is queued after that
+ * is dropped), calls Shutdown of every provider in the reverse of their load order and unloads
+ * their libraries, deletes the databases, ends tracing. From then on every handle is refused with
+ * ZNE_INVALID_ARGUMENTS; private databases and property sets of the caller are not freed.
  *
  * Not from a provider's slot, a task callback, an event or a change callback: it would wait for
  * itself. Without a system database it ends tracing alone. Always returns ZN_OK.
