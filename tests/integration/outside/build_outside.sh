@@ -16,7 +16,8 @@ cp -r "$source_tree/providers/example" "$work/example"
 cp -r "$source_tree/tests/integration/outside/client" "$work/client"
 
 for file in share/znmira/settings.toml lib/libznmira.so.3 include/zn/znmira.h \
-  lib/znmira/providers/libexample.so; do
+  lib/znmira/providers/libexample.so lib/znmira/catalogs/znmira.de.txt \
+  lib/znmira/catalogs/hostinv.en.txt; do
   [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
 
