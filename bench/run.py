@@ -29,6 +29,7 @@ ROWS = [
     ("RaiseDelivered/real_time", 1e6, "events/s delivered", None, None),
     ("RaiseLatency/real_time", None, "single events/s", "FloorHandOver/real_time", 2.0),
     ("LoadTypes", 1e4, "types/s, a document of 10,000", "FloorParseDocument", None),
+    ("RaiseAlert/real_time", None, "alerts/s delivered, two insertions", None, None),
     ("CreateMany/10000", None, "objects/s, 10,000", None, None),
     ("CreateMany/1000000/iterations:1", None, "objects/s, 1,000,000", "CreateMany/10000", 1.5),
 ]

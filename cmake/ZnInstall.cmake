@@ -1,5 +1,6 @@
 # What `cmake --install` gives: the library with its headers, pkg-config file and CMake package,
-# the programs, the providers in a folder of their own, and sample settings that name them.
+# the programs, the providers in a folder of their own, the message catalogs in another, and sample
+# settings that name them.
 # Everything finds the library relative to itself, so the prefix may be moved.
 include(CMakePackageConfigHelpers)
 
@@ -24,12 +25,16 @@ foreach(program znctl)
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
 endforeach()
-foreach(provider hostinv example)
+foreach(provider hostinv example kettle)
   if(TARGET ${provider})
     set_target_properties(${provider} PROPERTIES INSTALL_RPATH "$ORIGIN/../..")
     install(TARGETS ${provider} LIBRARY DESTINATION ${ZN_INSTALL_PROVIDERSDIR})
   endif()
 endforeach()
+
+file(GLOB catalogs CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/catalogs/*.txt
+  ${PROJECT_SOURCE_DIR}/providers/*/catalogs/*.txt)
+install(FILES ${catalogs} DESTINATION ${ZN_INSTALL_DATADIR}/catalogs)
 
 # pkg-config; a module of its own for those who read documents, since it needs the XML library too
 file(RELATIVE_PATH ZN_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)

@@ -166,6 +166,11 @@ Settings ReadSettings(ZnHandle provider) {
   }
   settings.root = SettingText(key, u"Root", settings.root);
   settings.periodMs = SettingNumber(key, u"Period", settings.periodMs);
+  AlertLimits& alerts = settings.alerts;
+  alerts.fullPercent = SettingNumber(key, u"AlertUsedPercent", alerts.fullPercent);
+  alerts.hysteresis = SettingNumber(key, u"AlertHysteresis", alerts.hysteresis);
+  alerts.links = SettingNumber(key, u"AlertLinks", 1) != 0;
+  alerts.disks = SettingNumber(key, u"AlertDisks", 1) != 0;
   ZnRegCloseKey(key);
   while (settings.root.ends_with('/')) settings.root.pop_back();
   if (settings.periodMs != 0) settings.periodMs = std::max(settings.periodMs, kLeastPeriodMs);

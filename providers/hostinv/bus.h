@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "alerts.h"
 #include "inventory.h"
 #include "zn/types.h"
 
@@ -42,6 +43,7 @@ u32 FindId(ZnHandle set, const char* name, ObjectId* id);
 struct Settings {
   std::string root;     // "Root": the recorded machine to show; empty for the live one
   u32 periodMs = 2000;  // "Period": time between samples; 0 for none, at least kLeastPeriodMs
+  AlertLimits alerts;   // "AlertUsedPercent", "AlertHysteresis", "AlertLinks", "AlertDisks"
 };
 inline constexpr u32 kLeastPeriodMs = 100;
 Settings ReadSettings(ZnHandle provider);

@@ -18,7 +18,8 @@ cp -r "$source_tree/tests/integration/outside/reader" "$work/reader"
 
 for file in share/znmira/settings.toml lib/libznmira.so.3 include/zn/znmira.h \
   lib/znmira/providers/libexample.so include/zn/formalization_dtd.h \
-  share/znmira/schemas/mira_formalization.dtd share/znmira/schemas/znsvc_alerts.xml; do
+  share/znmira/schemas/mira_formalization.dtd share/znmira/schemas/znsvc_alerts.xml \
+  lib/znmira/catalogs/znmira.de.txt lib/znmira/catalogs/hostinv.en.txt; do
   [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
 

@@ -54,6 +54,8 @@ TEST_F(InitializeTest, TracesItsSteps) {
         "ZnAPI:ZnCreateSystemProvider:Creating system object types",
         "ZnAPI:ZnCreateSystemProvider:System object types created",
         "ZnAPI:ZnInitialize:System provider created",
+        "ZnAPI:ZnInitialize:Creating extension objects",
+        "ZnAPI:ZnInitialize:Extension objects created", "Exiting FormalizeAlertType(0)",
         "ZnAPI:ZnInitialize:Loading registered providers",
         "ZnAPI:ZnInitialize:Provider loading complete"}) {
     const size_t found = trace.find(step, at);
@@ -96,6 +98,35 @@ TEST_F(InitializeTest, StartsTheEventThreads) {
   DeliverAll();
   EXPECT_THAT(heardTopics.Get(),
               ::testing::Contains("event.keld.dom.initialization.lastphase.complete"));
+}
+
+TEST_F(InitializeTest, MakesTheExtensionObjectsOfTheSettings) {
+  std::ofstream(folder_ / "catalog.txt") << "1=x\n";
+  root_ +=
+      "[MessageCatalogs.\"{8BCC2DF0-62CF-11D4-80C5-00C04FBCEFDD}\".MiraSkin.1.1031]\n"
+      "ImageFile = \"" +
+      (folder_ / "catalog.txt").string() + "\"\n";
+  ASSERT_EQ(Start(), ZN_OK) << "the other key is missing, which stops nothing";
+  ASSERT_EQ(ObjectsOfType("KELD_Extension").size(), 1u);
+  ZnWChar* text = nullptr;
+  ASSERT_EQ(i18nGetLocalizedString(nullptr, nullptr, 1, 1031, nullptr, 0, &text), ZN_OK);
+  EXPECT_EQ(Narrow(text), "x");
+  ZnFree(text);
+}
+
+TEST_F(InitializeTest, PublishesTheServersAlertsBeforeTheProvidersLoad) {
+  AddProvider("alpha");
+  ASSERT_EQ(Start(), ZN_OK);
+  EXPECT_EQ(ObjectsOfType("KELD_SystemAlerts").size(), 2u);
+  const ZnHandle system = ProviderNamed(u"system");
+  EXPECT_EQ(ObRaiseAlert(nullptr, system, "event.alert.keld.server.start", nullptr, nullptr),
+            ZN_OK);
+  DeliverAll();
+  EXPECT_THAT(heardTopics.Get(), ::testing::Contains("event.alert.keld.server.start"));
+  std::ifstream file(TracePath());
+  const std::string trace((std::istreambuf_iterator<char>(file)), {});
+  EXPECT_LT(trace.find("Exiting FormalizeAlertType(0)"),
+            trace.find("ZnAPI:ZnInitialize:Loading registered providers"));
 }
 
 TEST_F(InitializeTest, MakesTheGroupsOfTheSettings) {

@@ -67,6 +67,8 @@ TEST_F(Console, ShowsHelpOfEveryVerbWithin80Columns) {
                                                        {"call"},
                                                        {"refresh"},
                                                        {"watch"},
+                                                       {"alerts"},
+                                                       {"messages"},
                                                        {"settings"},
                                                        {"settings", "list"},
                                                        {"settings", "get"},

@@ -1,17 +1,21 @@
-// ZnInitialize: the system database, the provider "system" with the declared types, groups,
-// declared alerts and providers, in that order.
+// ZnInitialize: the system database, the provider "system" with the declared types, groups, the
+// files offered to clients, declared alerts, the library's own alerts and the providers, in that
+// order.
 #include <memory>
 #include <string>
 
+#include "framework/common/znalert/alert.h"
 #include "framework/common/znapi/apiframe.h"
 #include "framework/common/znapi/framework.h"
 #include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znevent/topic.h"
+#include "framework/common/znprov/extensions.h"
 #include "framework/common/znprov/loader.h"
 #include "framework/common/znprov/provider.h"
 #include "framework/common/znprov/systemprovider.h"
 #include "framework/common/znxml_dom_processor/formalization.h"
 #include "support/common/helpers.h"
+#include "zn/alert.h"
 #include "zn/init.h"
 #include "zn/platform.h"
 #include "zn/settings.h"
@@ -58,22 +62,32 @@ void ReadServerFlags() {
   return ZN_OK;
 }
 
-// TODO(alerts): ObPublishAlert(database, provider, &alert), once the library has it.
-[[nodiscard]] u32 PublishDeclaredAlert(ZnHandle, ZnHandle, const AlertDescriptor&) {
-  return ZNE_NOT_IMPLEMENTED;
+// Groups and files are an offer of the settings: a start without them goes on.
+void MakeExtensionObjects(Database& database, Provider& system) {
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:Creating extension objects");
+  static_cast<void>(CreateExtensionObjects(database, system));
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:Extension objects created");
 }
 
 // The alerts of the document that the settings name, published by the provider "system". A document
 // with a fault is traced, and the start goes on without it.
-void ReadDeclaredAlerts(Database& database) {
-  const Provider* system = database.FindProviderByName(kSystemProviderName);
+void ReadDeclaredAlerts(Database& database, const Provider& system) {
   const std::string path = PathSetting(u"AlertTypeFile");
-  if (system == nullptr || path.empty()) return;
-  const ZnHandle provider = system->Handle();
-  const auto publish = [provider](ZnHandle hDb, const AlertDescriptor& alert) {
-    return PublishDeclaredAlert(hDb, provider, alert);
+  if (path.empty()) return;
+  const auto publish = [provider = system.Handle()](ZnHandle hDb, const AlertDescriptor& alert) {
+    return ObPublishAlert(hDb, provider, &alert);
   };
   static_cast<void>(ReadAlertTypesFromFile(database.Handle(), path.c_str(), publish));
+}
+
+// What the settings and the library itself bring before any provider loads.
+[[nodiscard]] u32 FillDatabase(Database& database, bool isNew) {
+  Provider* system = database.FindProviderByName(kSystemProviderName);
+  if (isNew) static_cast<void>(database.LoadRegistryGroups(system));
+  if (system == nullptr) return ZN_OK;
+  MakeExtensionObjects(database, *system);
+  ReadDeclaredAlerts(database, *system);
+  return PublishServerAlerts(database, *system);
 }
 
 // The signal for providers that wait for all others.
@@ -99,12 +113,7 @@ void RaiseLastPhase(Database& database) {
   ReadServerFlags();
   Database& database = *ZnGetSystemDatabase();
   ZN_RETURN_IF_FAILED(MakeSystemProvider(database));
-  if (isNew) {
-    // Groups are an offer of the settings: a start without them goes on.
-    static_cast<void>(
-        database.LoadRegistryGroups(database.FindProviderByName(kSystemProviderName)));
-  }
-  ReadDeclaredAlerts(database);
+  ZN_RETURN_IF_FAILED(FillDatabase(database, isNew));
   ZN_RETURN_IF_FAILED(LoadProviders(database));
   RaiseLastPhase(database);
   if (ZN_FAILED(ReadTextSetting(HkeyMiraRoot(), nullptr, u"InstallDir", &InstallDir()))) {
