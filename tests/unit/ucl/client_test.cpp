@@ -562,6 +562,7 @@ TEST_F(UclClient, SendOnAConnectionThatWasResetIsASocketError) {
               trace.Has("Socket error in data sending. err code = 20"));   // EPIPE
   EXPECT_EQ(client->recorder.LostCount(), 1u);                             // though nobody asked
   leave.Set();
+  ASSERT_TRUE(client->recorder.WaitForData(1));
 }
 
 TEST_F(UclClient, FrameBeyondItsLimitDropsTheServer) {

@@ -123,10 +123,12 @@ class FewDescriptors {
 
 TEST_F(UclOperations, ServerWithoutDescriptorsFailsInCreate) {
   const TraceCapture trace;
-  const FewDescriptors few(0);
   u32 handle = 0;
-  EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, 0),
-            UCLE_SOCKET_ERROR);
+  {
+    const FewDescriptors few(0);
+    EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, 0),
+              UCLE_SOCKET_ERROR);
+  }
   EXPECT_TRUE(trace.Has("Server::Create(), socket error in create. err code = 18"));  // EMFILE
 }
 
@@ -147,8 +149,10 @@ TEST_F(UclOperations, ConnectWithoutWorkersIsRefused) {
   ASSERT_EQ(UCLCreateClient(&client, nullptr, Recorder::Data, nullptr, listener.Port()), 0u);
   u32 address = 0;
   u32 id = 0;
-  const FewDescriptors few(1);
-  EXPECT_EQ(UCLConnect(client, "127.0.0.1", &address, &id), UCLE_RECEIVE_THREAD_FAILED);
+  {
+    const FewDescriptors few(1);
+    EXPECT_EQ(UCLConnect(client, "127.0.0.1", &address, &id), UCLE_RECEIVE_THREAD_FAILED);
+  }
   EXPECT_TRUE(trace.Has("Error to clreate client recv data thread, err code = 18"));
 }
 
