@@ -476,11 +476,11 @@ TEST_F(UclClient, DisconnectFromItsOwnCallbackDoesNotWaitForItself) {
 
 TEST_F(UclClient, DisconnectFromItsOwnLossCallbackDoesNotWaitForItself) {
   ConnectPeer();
-  EXPECT_EQ(UCLEnableDisconnectCallback(client->handle, client->address, client->id), 0u);
   client->recorder.onConnect = [&](const ConnectCall& call) {
     EXPECT_EQ(UCLDisconnect(client->handle, call.address, call.connectionId), 0u);
     return 0u;
   };
+  EXPECT_EQ(UCLEnableDisconnectCallback(client->handle, client->address, client->id), 0u);
   peer.Close();
   EXPECT_TRUE(client->recorder.WaitForLost(1));
 }

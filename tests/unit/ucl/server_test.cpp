@@ -221,6 +221,7 @@ TEST_F(UclServer, ClosingTellsNoLossAndWaitsForCallbacks) {
   const BarePeer busy = BarePeer::ConnectTo(server.port);
   const BarePeer idle = BarePeer::ConnectTo(server.port);
   ASSERT_TRUE(server.recorder.WaitForConnected(2));
+  EXPECT_TRUE(Eventually([] { return Connections() == 2; }));
   busy.Send(FrameBytes(2, 1, ""));
   ASSERT_TRUE(entered.Wait());
   std::thread closing([&] {

@@ -66,9 +66,13 @@ TEST(UclStartup, CleanupEndsWhatIsThere) {
   ASSERT_EQ(UCLGetServerPort(server, &port), 0u);
   const BarePeer peer = BarePeer::ConnectTo(port);
   ASSERT_TRUE(recorder.WaitForConnected(1));
+  UclStatistics statistics{};
+  EXPECT_TRUE(Eventually([&] {  // until it is let in: one that is not is told as lost
+    UCLGetStatistics(&statistics);
+    return statistics.connections == 1;
+  }));
   EXPECT_EQ(UCLCleanup(), 0u);
   EXPECT_TRUE(peer.IsClosedByPeer());
-  UclStatistics statistics{};
   UCLGetStatistics(&statistics);
   EXPECT_EQ(statistics.connections, 0u);
   EXPECT_EQ(statistics.workers, 0u);
