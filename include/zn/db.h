@@ -58,6 +58,33 @@ ZN_API u32 DbUpdateSequenceFinish(ZnHandle hDb, u32 reserved);
  * a database that has no types. */
 ZN_API u32 DbGetObjects(ZnHandle hDb, const char* type, u32* count, ObjectId** out);
 
+/* Ids of the objects that have a value, found through an index where the property has one.
+ *
+ *   query  zero-terminated, at most 8192 units: SELECT FROM <type> WHERE <property> EQ <value>, the
+ *          keywords in capitals and one blank between each two words. A word that holds blanks
+ *          stands in double quotes, or has a backslash before each; a double quote cannot be part
+ *          of a word. The objects are those of the type and of types derived from it, in no
+ *          particular order, hidden ones among them. An empty type is KELD_Object.
+ *
+ * The type of the property says how the value is read:
+ *
+ *   boolean            TRUE or 1, FALSE or 0, in small letters too
+ *   integers and time  a decimal number with nothing behind it. One that the type cannot hold is no
+ *                      error: beyond 64 bits it becomes the largest of its sign, else it loses the
+ *                      bits that have no room, and -1 of an unsigned type is its largest number.
+ *   string, widestring as it stands
+ *   guid               {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}
+ *   object id          a decimal number of 64 bits: the first eight bytes of the id, the last eight
+ *                      being zero
+ *
+ * A client copy sends the text to its server, and answers only with objects that it did not hold
+ * before: the same query again finds nothing.
+ *
+ * Returns ZN_OK; ZNE_INVALID_ARGUMENTS, also for a text that is no query and a value that cannot be
+ * read; ZNE_TYPE_NOT_FOUND; ZNE_PROPERTY_NOT_FOUND when the type does not declare the property;
+ * ZNE_QUERY_TYPE_UNSUPPORTED for a property of a type not listed here. */
+ZN_API u32 DbGetObjectsByQuery(ZnHandle hDb, const ZnWChar* query, u32* count, ObjectId** out);
+
 /* Ids of the objects of the type and of derived types on which somebody serves the interface; what
  * is registered on types does not count. A null or empty name is KELD_Object. Both outputs are
  * zeroed once the arguments have passed. Returns ZN_OK; ZNE_INVALID_ARGUMENTS, also for an unknown

@@ -266,6 +266,15 @@ std::vector<Id> Database::Objects(const std::string& type) const {
   return TakeIds(count, ids);
 }
 
+u32 Database::Query(const std::string& text, std::vector<Id>* ids) const {
+  const std::u16string wide = ToUtf16(text);
+  u32 count = 0;
+  ObjectId* found = nullptr;
+  const u32 status = DbGetObjectsByQuery(handle_, wide.c_str(), &count, &found);
+  if (!ZN_FAILED(status)) *ids = TakeIds(count, found);
+  return status;
+}
+
 std::optional<std::string> Database::TypeOf(const Id& id) const {
   char* type = nullptr;
   if (ZN_FAILED(ObGetObjectType(handle_, id.guid, &type)) || type == nullptr) return std::nullopt;

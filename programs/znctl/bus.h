@@ -74,6 +74,8 @@ class Database {
   ZnHandle Handle() const { return handle_; }
 
   std::vector<Id> Objects(const std::string& type) const;
+  // The status of the bus; `ids` is written on success only.
+  u32 Query(const std::string& text, std::vector<Id>* ids) const;
   std::optional<std::string> TypeOf(const Id& id) const;
   u32 FlagsOf(const Id& id) const;
   std::vector<Id> Children(const Id& id) const;

@@ -50,6 +50,7 @@ inline constexpr int kExitUsage = 2;
 
 void AddTreeVerbs(CLI::App& app, Command* command);      // tree, list, groups
 void AddObjectVerbs(CLI::App& app, Command* command);    // show, get, set
+void AddQueryVerbs(CLI::App& app, Command* command);     // query
 void AddTypeVerbs(CLI::App& app, Command* command);      // types, type
 void AddProviderVerbs(CLI::App& app, Command* command);  // providers
 void AddCallVerbs(CLI::App& app, Command* command);      // call, refresh

@@ -95,6 +95,7 @@ int Main(int argc, char** argv) {
   AddGlobals(app, &globals);
   AddTreeVerbs(app, &command);
   AddObjectVerbs(app, &command);
+  AddQueryVerbs(app, &command);
   AddTypeVerbs(app, &command);
   AddProviderVerbs(app, &command);
   AddCallVerbs(app, &command);

@@ -59,6 +59,7 @@ TEST_F(Console, ShowsHelpOfEveryVerbWithin80Columns) {
                                                        {"show"},
                                                        {"get"},
                                                        {"set"},
+                                                       {"query"},
                                                        {"types"},
                                                        {"type"},
                                                        {"providers"},

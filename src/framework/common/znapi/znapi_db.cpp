@@ -110,6 +110,19 @@ u32 DbGetObjects(ZnHandle hDb, const char* type, u32* count, ObjectId** out) {
   });
 }
 
+u32 DbGetObjectsByQuery(ZnHandle hDb, const ZnWChar* query, u32* count, ObjectId** out) {
+  return ApiCall("DbGetObjectsByQuery", [&](ApiFrame& frame) -> u32 {
+    // Contract: a null text passes the check, and is no query: it fails without a trace.
+    const bool isText = query == nullptr || IsGoodString(query, kMaxTypeLength);
+    ZN_RETURN_IF_FAILED(frame.Check(IsDatabaseHandle(hDb) && isText && AreListOutputs(count, out)));
+    Database* database = nullptr;
+    ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
+    std::vector<ObjectId> ids;
+    ZN_RETURN_IF_FAILED(database->Query(query == nullptr ? std::u16string_view() : query, &ids));
+    return ListToCaller(ids, count, out);
+  });
+}
+
 u32 DbGetObjectsWithInterface(ZnHandle hDb, const char* type, const GUID* interfaceId, u32* count,
                               ObjectId** out) {
   return ApiCall("DbGetObjectsWithInterface", [&](ApiFrame& frame) -> u32 {

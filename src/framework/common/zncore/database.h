@@ -3,7 +3,8 @@
 // types, event tree and handle record. Every call runs under FAST_LOCK unless it says otherwise.
 // database.cpp: objects, keys, interfaces, life. database_groups.cpp: groups.
 // database_providers.cpp: the provider list. databaselist.cpp: the databases of the process.
-// database_notify.cpp: change records and update sequences.
+// database_notify.cpp: change records and update sequences. database_query.cpp: queries.
+// database_remote.cpp: what a client copy asks its server.
 #pragma once
 
 #include <memory>
@@ -40,6 +41,9 @@ struct DatabaseCallbacks {
                              PropertySet* out, void* context) = nullptr;
   void* context = nullptr;
 };
+
+// By what a client copy asks its server for objects, as the request numbers it.
+enum class RequestCriteria : u32 { kIds = 1, kType = 2, kQuery = 3, kInterface = 4 };
 
 class Database {
  public:
@@ -86,6 +90,14 @@ class Database {
   [[nodiscard]] u32 GetObjectsOfType(std::string_view typeName, std::vector<ObjectId>* out);
   [[nodiscard]] u32 GetObjectsWithInterface(std::string_view typeName, const GUID& interfaceId,
                                             std::vector<ObjectId>* out);
+
+  // Ids of the objects that the text asks for (znquery/querytext.h), in no particular order and
+  // hidden ones among them. ZNE_INVALID_ARGUMENTS for a text that is no query and a value that
+  // cannot be read; ZNE_TYPE_NOT_FOUND; ZNE_PROPERTY_NOT_FOUND for one that the type does not
+  // declare; ZNE_QUERY_TYPE_UNSUPPORTED for a property that cannot be indexed. A client copy asks
+  // its server instead and may give the lock up meanwhile: the objects that it did not hold yet,
+  // the failure of the request, or ZNE_PROPERTY_NOT_FOUND for an answer without a list.
+  [[nodiscard]] u32 Query(std::u16string_view text, std::vector<ObjectId>* out);
 
   // `key` is a whole block, the provider's id in front. Without a key table every object is looked
   // at, in the order of the types' lists.
@@ -167,6 +179,13 @@ class Database {
   void AttachRelations(ChangeRecord& record);
   [[nodiscard]] Value VisibleIds(const IdSet& ids);
   void SendBatch(std::vector<std::unique_ptr<ChangeRecord>> records, const IdSet& deletedIds);
+
+  // Asks the server of a client copy. The lock is given up meanwhile: pointers into the database
+  // are dead after it.
+  [[nodiscard]] u32 RemoteRequest(RequestCriteria criteria, PropertySet data, PropertySet* reply);
+  [[nodiscard]] u32 QueryServer(std::u16string_view text, std::vector<ObjectId>* out);
+  // Installs the objects of an answer that are not here yet, and appends their ids alone.
+  [[nodiscard]] u32 InstallListing(const PropertySet& reply, std::vector<ObjectId>* out);
 
   // A node with its initial properties, in the tables, not told to anybody yet.
   [[nodiscard]] u32 MakeNode(Provider* provider, TypeObject& type, u32 flags,

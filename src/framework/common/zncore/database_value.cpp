@@ -38,17 +38,6 @@ Value ObjectList(Database& database) {
   return Value::Array(ZN_TYPE_OBJECT, std::move(objects));
 }
 
-// Elements of a list property, whatever tag of set they have; none when it is missing.
-const std::vector<Value>* ListOf(const PropertySet& set, std::string_view name) noexcept {
-  const Property* list = set.Find(name);
-  if (list == nullptr || !list->GetValue().IsArray()) return nullptr;
-  const std::vector<Value>& elements = list->GetValue().AsArray();
-  const bool ofSets = elements.empty() || elements[0].Tag() == ZN_TYPE_PROPSET ||
-                      elements[0].Tag() == ZN_TYPE_OBJECT ||
-                      elements[0].Tag() == ZN_TYPE_TYPE_OBJECT;
-  return ofSets ? &elements : nullptr;
-}
-
 struct DeleteDatabase {
   void operator()(ZnHandle handle) const noexcept {
     static_cast<void>(DbDeletePrivateDatabase(handle));
@@ -57,22 +46,36 @@ struct DeleteDatabase {
 
 }  // namespace
 
-bool MarshalPrivateDatabase(ZnHandle handle, PropertySet* out) {
-  if (!IsValidHandle(handle, HANDLE_DATABASE)) return false;
-  auto& database = *HandleThing<Database>(handle);
-  if ((database.Flags() & DB_PRIVATE) == 0) return false;
+const std::vector<Value>* FindSetList(const PropertySet& set, std::string_view name) noexcept {
+  const Property* list = set.Find(name);
+  if (list == nullptr || !list->GetValue().IsArray()) return nullptr;
+  const std::vector<Value>& elements = list->GetValue().AsArray();
+  const bool isOfSets = elements.empty() || elements[0].Tag() == ZN_TYPE_PROPSET ||
+                        elements[0].Tag() == ZN_TYPE_OBJECT ||
+                        elements[0].Tag() == ZN_TYPE_TYPE_OBJECT;
+  return isOfSets ? &elements : nullptr;
+}
+
+void MarshalDatabase(Database& database, PropertySet* out) {
   PropertySet set;
   set.Put("DatabaseId", Value::Id(database.GetId()));
   set.Put("Types", TypeList(database));
   set.Put("Objects", ObjectList(database));
   *out = std::move(set);
+}
+
+bool MarshalPrivateDatabase(ZnHandle handle, PropertySet* out) {
+  if (!IsValidHandle(handle, HANDLE_DATABASE)) return false;
+  auto& database = *HandleThing<Database>(handle);
+  if ((database.Flags() & DB_PRIVATE) == 0) return false;
+  MarshalDatabase(database, out);
   return true;
 }
 
 u32 UnmarshalDatabase(const PropertySet& set, Database& database) {
   const Value* id = set.FindValue("DatabaseId", ZN_TYPE_OBJECT_ID);
-  const std::vector<Value>* types = ListOf(set, "Types");
-  const std::vector<Value>* objects = ListOf(set, "Objects");
+  const std::vector<Value>* types = FindSetList(set, "Types");
+  const std::vector<Value>* objects = FindSetList(set, "Objects");
   if (id == nullptr || types == nullptr || objects == nullptr) return ZNE_INVALID_ARGUMENTS;
   database.SetId(id->AsId());
   for (const Value& type : *types) {

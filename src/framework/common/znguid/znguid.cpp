@@ -45,19 +45,6 @@ u32 ReadHex(std::string_view text, size_t from, size_t digits) noexcept {
   return value;
 }
 
-bool IsLetterOrDigit(char c) noexcept {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-bool HasGuidShape(std::string_view text) noexcept {
-  if (text.size() != kGuidTextLength || text[0] != '{' || text[37] != '}') return false;
-  for (size_t i = 1; i < 37; ++i) {
-    const bool hyphen = i == 9 || i == 14 || i == 19 || i == 24;
-    if (hyphen ? text[i] != '-' : !IsLetterOrDigit(text[i])) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 void FormatGuid(const GUID& id, char* out) noexcept {
@@ -76,7 +63,7 @@ void FormatGuid(const GUID& id, char* out) noexcept {
 }
 
 bool ParseGuid(std::string_view text, GUID* out) noexcept {
-  if (!HasGuidShape(text)) return false;
+  if (GuidShapeFault(text) != kNoShapeFault) return false;
   GUID id{};
   id.Data1 = ReadHex(text, 1, 8);
   id.Data2 = static_cast<u16>(ReadHex(text, 10, 4));

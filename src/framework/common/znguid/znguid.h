@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "framework/common/znguid/guidtext.h"
 #include "support/common/flat_table.h"
 #include "zn/types.h"
 
@@ -25,7 +26,6 @@ namespace zn {
   return SameGuid(id, GUID{});
 }
 
-inline constexpr size_t kGuidTextLength = 38;
 // Writes the 38 characters, no terminator.
 void FormatGuid(const GUID& id, char* out) noexcept;
 // False when the shape is wrong. Letters beyond "f" pass the shape and count as digit 0.

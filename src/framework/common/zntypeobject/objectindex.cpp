@@ -1,10 +1,14 @@
-// The two kinds of index and the factory table. A boolean has two values, so its index is two sets
-// of nodes. Every other index is a hash table with one group per value; the hash comes from the
-// row of the tag, equality is the value's own.
+// The kinds of index and the factory table. A boolean has two values, so its index is two sets of
+// nodes. Every other index is a hash table that holds the value itself in the slot, numbers as they
+// are, texts and ids by their bytes.
 #include "framework/common/zntypeobject/objectindex.h"
 
+#include <cstring>
+#include <memory>
+#include <string_view>
 #include <unordered_map>
 
+#include "framework/common/zncore/dbnode.h"
 #include "support/common/flat_table.h"
 
 namespace zn {
@@ -63,13 +67,16 @@ class NodeSet {
 
 class BooleanIndex final : public ObjectIndex {
  public:
-  void Add(const Value& value, DBNode* node) override {
+  void Enter(const Value& value, DBNode* node, const ObjectId&) override {
     if (value.Tag() == ZN_TYPE_BOOLEAN) SetOf(value).Add(node);
   }
   void Find(const Value& value, std::vector<DBNode*>* out) const override {
     if (value.Tag() != ZN_TYPE_BOOLEAN) return;
     const auto& nodes = SetOf(value).Nodes();
     out->insert(out->end(), nodes.begin(), nodes.end());
+  }
+  void FindIds(const Value& value, std::vector<ObjectId>* out) const override {
+    if (value.Tag() == ZN_TYPE_BOOLEAN) AppendIds(SetOf(value).Nodes(), out);
   }
   [[nodiscard]] size_t Count(const Value& value) const noexcept override {
     return value.Tag() == ZN_TYPE_BOOLEAN ? SetOf(value).Nodes().size() : 0;
@@ -91,108 +98,271 @@ class BooleanIndex final : public ObjectIndex {
   NodeSet true_;
 };
 
-using ValueHash = u64 (*)(const Value& value) noexcept;
+// The slots of a table: a power of two of them, all zero at first, moved as bytes.
+template <typename Slot>
+class SlotArray {
+ public:
+  SlotArray() = default;
+  explicit SlotArray(size_t count)
+      : slots_(static_cast<Slot*>(::operator new(count * sizeof(Slot), kAlignment))),
+        mask_(count - 1) {
+    std::memset(static_cast<void*>(slots_), 0, count * sizeof(Slot));
+  }
+  ~SlotArray() { ::operator delete(slots_, kAlignment); }
+  SlotArray(const SlotArray&) = delete;
+  SlotArray& operator=(const SlotArray&) = delete;
+  void Swap(SlotArray& other) noexcept {
+    std::swap(slots_, other.slots_);
+    std::swap(mask_, other.mask_);
+  }
 
+  [[nodiscard]] size_t Count() const noexcept { return slots_ == nullptr ? 0 : mask_ + 1; }
+  [[nodiscard]] Slot& operator[](size_t place) const noexcept { return slots_[place]; }
+  [[nodiscard]] size_t HomeOf(u64 hash) const noexcept { return static_cast<size_t>(hash) & mask_; }
+  [[nodiscard]] size_t Next(size_t place) const noexcept { return (place + 1) & mask_; }
+  // Whether a probe that starts at `home` passes `place` on its way to `end`.
+  [[nodiscard]] bool LiesBetween(size_t home, size_t place, size_t end) const noexcept {
+    return ((end - home) & mask_) >= ((end - place) & mask_);
+  }
+
+ private:
+  static constexpr std::align_val_t kAlignment{64};  // of a line
+
+  Slot* slots_ = nullptr;
+  size_t mask_ = 0;
+};
+
+// Who has one value: a node with its id, or a crowd of nodes. No bits are an empty slot.
+class Holders {
+ public:
+  [[nodiscard]] bool IsEmpty() const noexcept { return word_ == 0; }
+  void SetOnly(DBNode* node, const ObjectId& id) noexcept {
+    word_ = reinterpret_cast<std::uintptr_t>(node);
+    id_ = id;
+  }
+  void Add(DBNode* node, const ObjectId& id) {
+    if (IsEmpty()) {
+      SetOnly(node, id);
+      return;
+    }
+    if (!IsCrowd()) {
+      if (Only() == node) return;
+      auto crowd = std::make_unique<NodeSet>();
+      crowd->Add(Only());
+      crowd->Add(node);
+      word_ = reinterpret_cast<std::uintptr_t>(crowd.release()) | kCrowdMark;
+      return;
+    }
+    Crowd()->Add(node);
+  }
+  // Whether nobody is left. The holders of no node are to be forgotten then.
+  [[nodiscard]] bool Remove(const DBNode* node) noexcept {
+    if (!IsCrowd()) return Only() == node;
+    Crowd()->Remove(node);
+    return Crowd()->Nodes().empty();
+  }
+  [[nodiscard]] size_t Count() const noexcept { return IsCrowd() ? Crowd()->Nodes().size() : 1; }
+  void AppendNodes(std::vector<DBNode*>* out) const {
+    if (!IsCrowd()) {
+      out->push_back(Only());
+      return;
+    }
+    const std::vector<DBNode*>& nodes = Crowd()->Nodes();
+    out->insert(out->end(), nodes.begin(), nodes.end());
+  }
+  void AppendIdsTo(std::vector<ObjectId>* out) const {
+    if (!IsCrowd()) {
+      out->push_back(id_);
+      return;
+    }
+    AppendIds(Crowd()->Nodes(), out);
+  }
+  void Destroy() noexcept {
+    if (IsCrowd()) delete Crowd();
+  }
+
+ private:
+  static constexpr std::uintptr_t kCrowdMark = 1;  // nodes and sets lie at even addresses
+
+  [[nodiscard]] bool IsCrowd() const noexcept { return (word_ & kCrowdMark) != 0; }
+  [[nodiscard]] DBNode* Only() const noexcept { return reinterpret_cast<DBNode*>(word_); }
+  [[nodiscard]] NodeSet* Crowd() const noexcept {
+    return reinterpret_cast<NodeSet*>(word_ & ~kCrowdMark);
+  }
+
+  std::uintptr_t word_;
+  ObjectId id_;  // of the one node
+};
+
+// A slot of numbers: the value itself. Half a line.
+struct alignas(32) NumberSlot {
+  // A number of 32 bits lies in the value's eight bytes without its sign, whatever the tag.
+  struct Probe {
+    explicit Probe(const Value& value) noexcept
+        : bits(value.AsUInt64()), hash(MixHash(value.AsUInt64())) {}
+    u64 bits;
+    u64 hash;
+  };
+
+  [[nodiscard]] bool Holds(const Probe& probe) const noexcept { return bits == probe.bits; }
+  [[nodiscard]] u64 Hash() const noexcept { return MixHash(bits); }
+  void Keep(const Probe& probe, const Value&) noexcept { bits = probe.bits; }
+  void Destroy() noexcept { holders.Destroy(); }
+
+  u64 bits;
+  Holders holders;
+};
+static_assert(sizeof(NumberSlot) == 32);
+
+// A slot of texts and ids: their bytes, where they are few. One line.
+struct alignas(64) BytesSlot {
+  struct Probe {
+    explicit Probe(const Value& value) noexcept
+        : bytes(BytesOf(value)), hash(HashBytes(bytes.data(), bytes.size())) {}
+    std::string_view bytes;
+    u64 hash;
+  };
+
+  [[nodiscard]] bool Holds(const Probe& probe) const noexcept {
+    return hash == probe.hash && length == probe.bytes.size() &&
+           std::memcmp(Bytes(), probe.bytes.data(), length) == 0;
+  }
+  [[nodiscard]] u64 Hash() const noexcept { return hash; }
+  // Of a long text the value is kept, which shares the text with the property.
+  void Keep(const Probe& probe, const Value& value) {
+    if (probe.bytes.size() <= sizeof few) {
+      std::memcpy(few, probe.bytes.data(), probe.bytes.size());
+    } else {
+      const Value* kept = new Value(value);
+      std::memcpy(few, &kept, sizeof kept);
+    }
+    hash = probe.hash;
+    length = static_cast<u32>(probe.bytes.size());
+  }
+  void Destroy() noexcept {
+    holders.Destroy();
+    if (length > sizeof few) delete Kept();
+  }
+
+  // The bytes by which two values of one tag are equal or not.
+  [[nodiscard]] static std::string_view BytesOf(const Value& value) noexcept {
+    switch (value.Tag()) {
+      case ZN_TYPE_STRING:
+        return value.AsText();
+      case ZN_TYPE_WIDESTRING:
+        return {reinterpret_cast<const char*>(value.AsWideText().data()),
+                value.AsWideText().size() * sizeof(ZnWChar)};
+      default:
+        return {reinterpret_cast<const char*>(&value.AsGuid()), sizeof(GUID)};
+    }
+  }
+  [[nodiscard]] const Value* Kept() const noexcept {
+    const Value* kept = nullptr;
+    std::memcpy(&kept, few, sizeof kept);
+    return kept;
+  }
+  [[nodiscard]] const char* Bytes() const noexcept {
+    return length <= sizeof few ? few : BytesOf(*Kept()).data();
+  }
+
+  u64 hash;
+  Holders holders;
+  u32 length;
+  char few[28];
+};
+static_assert(sizeof(BytesSlot) == 64);
+
+// A hash table of slots: open addressing with linear probing, at most three quarters full.
+template <typename Slot>
 class HashedIndex final : public ObjectIndex {
  public:
-  HashedIndex(u32 tag, ValueHash hash) noexcept : tag_(tag), hash_(hash) {}
+  explicit HashedIndex(u32 tag) noexcept : tag_(tag) {}
   ~HashedIndex() override {
-    groups_.ForEach([](Group& group) { delete &group; });
+    for (size_t i = 0; i < slots_.Count(); ++i) {
+      if (!slots_[i].holders.IsEmpty()) slots_[i].Destroy();
+    }
   }
   HashedIndex(const HashedIndex&) = delete;
   HashedIndex& operator=(const HashedIndex&) = delete;
 
-  void Add(const Value& value, DBNode* node) override {
+  void Enter(const Value& value, DBNode* node, const ObjectId& id) override {
     if (value.Tag() != tag_) return;
-    Group* group = FindGroup(value);
-    if (group != nullptr) {
-      group->Add(node);
+    const Probe probe(value);
+    if (Slot* present = FindSlot(probe)) {
+      present->holders.Add(node, id);
       return;
     }
-    auto fresh = std::make_unique<Group>(value, node);
-    groups_.Insert(hash_(value), fresh.get());
-    static_cast<void>(fresh.release());  // the table owns it
+    if ((used_ + 1) * 4 > slots_.Count() * 3) Grow();
+    Slot& fresh = slots_[FreePlace(slots_, probe.hash)];
+    fresh.Keep(probe, value);  // the last that may fail: the slot is still an empty one
+    fresh.holders.SetOnly(node, id);
+    ++used_;
   }
 
   void Find(const Value& value, std::vector<DBNode*>* out) const override {
-    const Group* group = value.Tag() == tag_ ? FindGroup(value) : nullptr;
-    if (group == nullptr) return;
-    if (group->crowd == nullptr) {
-      out->push_back(group->only);
-      return;
-    }
-    const auto& nodes = group->crowd->Nodes();
-    out->insert(out->end(), nodes.begin(), nodes.end());
+    if (const Slot* slot = FindValue(value)) slot->holders.AppendNodes(out);
   }
-
+  void FindIds(const Value& value, std::vector<ObjectId>* out) const override {
+    if (const Slot* slot = FindValue(value)) slot->holders.AppendIdsTo(out);
+  }
   [[nodiscard]] size_t Count(const Value& value) const noexcept override {
-    const Group* group = value.Tag() == tag_ ? FindGroup(value) : nullptr;
-    if (group == nullptr) return 0;
-    return group->crowd == nullptr ? 1 : group->crowd->Nodes().size();
+    const Slot* slot = FindValue(value);
+    return slot == nullptr ? 0 : slot->holders.Count();
   }
-
   void Remove(const Value& value, DBNode* node) noexcept override {
-    Group* group = value.Tag() == tag_ ? FindGroup(value) : nullptr;
-    if (group == nullptr || !group->Remove(node)) return;
-    static_cast<void>(groups_.Erase(hash_(value), group));
-    delete group;
+    Slot* slot = FindValue(value);
+    if (slot == nullptr || !slot->holders.Remove(node)) return;
+    slot->Destroy();
+    CloseGap(static_cast<size_t>(slot - &slots_[0]));
+    --used_;
   }
 
  private:
-  // The nodes of one value. Most values of a large store belong to one node alone, which then lies
-  // in the group itself.
-  struct Group {
-    Group(const Value& v, DBNode* node) : value(v), only(node) {}
+  using Probe = typename Slot::Probe;
+  using Slots = SlotArray<Slot>;
 
-    void Add(DBNode* node) {
-      if (crowd == nullptr) {
-        if (only == node) return;
-        auto fresh = std::make_unique<NodeSet>();
-        fresh->Add(only);
-        crowd = std::move(fresh);
-        only = nullptr;
-      }
-      crowd->Add(node);
+  [[nodiscard]] Slot* FindValue(const Value& value) const noexcept {
+    return value.Tag() == tag_ ? FindSlot(Probe(value)) : nullptr;
+  }
+  [[nodiscard]] Slot* FindSlot(const Probe& probe) const noexcept {
+    if (used_ == 0) return nullptr;
+    for (size_t i = slots_.HomeOf(probe.hash);; i = slots_.Next(i)) {
+      if (slots_[i].holders.IsEmpty()) return nullptr;
+      if (slots_[i].Holds(probe)) return &slots_[i];
     }
-    // Whether the group is empty now.
-    [[nodiscard]] bool Remove(const DBNode* node) noexcept {
-      if (crowd == nullptr) return only == node;
-      crowd->Remove(node);
-      return crowd->Nodes().empty();
+  }
+  [[nodiscard]] static size_t FreePlace(const Slots& slots, u64 hash) noexcept {
+    size_t place = slots.HomeOf(hash);
+    while (!slots[place].holders.IsEmpty()) place = slots.Next(place);
+    return place;
+  }
+  void Grow() {
+    Slots larger(slots_.Count() == 0 ? 16 : slots_.Count() * 2);
+    for (size_t i = 0; i < slots_.Count(); ++i) {
+      if (slots_[i].holders.IsEmpty()) continue;
+      larger[FreePlace(larger, slots_[i].Hash())] = slots_[i];
     }
-
-    Value value;
-    DBNode* only;  // null once there is a crowd
-    std::unique_ptr<NodeSet> crowd;
-  };
-
-  [[nodiscard]] Group* FindGroup(const Value& value) const noexcept {
-    return groups_.Find(hash_(value),
-                        [&value](const Group& group) { return group.value.Equals(value); });
+    slots_.Swap(larger);
+  }
+  // Moves later slots of the run back, so that no probe ends at the freed one too early.
+  void CloseGap(size_t gap) noexcept {
+    for (size_t i = slots_.Next(gap); !slots_[i].holders.IsEmpty(); i = slots_.Next(i)) {
+      const size_t home = slots_.HomeOf(slots_[i].Hash());
+      if (!slots_.LiesBetween(home, gap, i)) continue;
+      slots_[gap] = slots_[i];
+      gap = i;
+    }
+    slots_[gap] = Slot{};
   }
 
   u32 tag_;
-  ValueHash hash_;
-  FlatTable<Group> groups_;
+  Slots slots_;
+  size_t used_ = 0;
 };
 
-// A number of 32 bits lies in the value's eight bytes without its sign, whatever the tag.
-u64 HashNumber(const Value& value) noexcept {
-  return MixHash(value.AsUInt64());
-}
-u64 HashText(const Value& value) noexcept {
-  return HashBytes(value.AsText().data(), value.AsText().size());
-}
-u64 HashWideText(const Value& value) noexcept {
-  return HashBytes(value.AsWideText().data(), value.AsWideText().size() * sizeof(ZnWChar));
-}
-u64 HashId(const Value& value) noexcept {
-  return GuidHash(value.AsGuid());
-}
-
-template <ValueHash kHash>
+template <typename Slot>
 std::unique_ptr<ObjectIndex> CreateHashed(u32 tag) {
-  return std::make_unique<HashedIndex>(tag, kHash);
+  return std::make_unique<HashedIndex<Slot>>(tag);
 }
 std::unique_ptr<ObjectIndex> CreateBoolean(u32) {
   return std::make_unique<BooleanIndex>();
@@ -204,11 +374,11 @@ struct IndexFactory {
 };
 
 constexpr IndexFactory kIndexFactories[] = {
-    {ZN_TYPE_BOOLEAN, CreateBoolean},           {ZN_TYPE_INT32, CreateHashed<HashNumber>},
-    {ZN_TYPE_UINT32, CreateHashed<HashNumber>}, {ZN_TYPE_INT64, CreateHashed<HashNumber>},
-    {ZN_TYPE_TIME, CreateHashed<HashNumber>},   {ZN_TYPE_UINT64, CreateHashed<HashNumber>},
-    {ZN_TYPE_STRING, CreateHashed<HashText>},   {ZN_TYPE_WIDESTRING, CreateHashed<HashWideText>},
-    {ZN_TYPE_GUID, CreateHashed<HashId>},       {ZN_TYPE_OBJECT_ID, CreateHashed<HashId>},
+    {ZN_TYPE_BOOLEAN, CreateBoolean},           {ZN_TYPE_INT32, CreateHashed<NumberSlot>},
+    {ZN_TYPE_UINT32, CreateHashed<NumberSlot>}, {ZN_TYPE_INT64, CreateHashed<NumberSlot>},
+    {ZN_TYPE_TIME, CreateHashed<NumberSlot>},   {ZN_TYPE_UINT64, CreateHashed<NumberSlot>},
+    {ZN_TYPE_STRING, CreateHashed<BytesSlot>},  {ZN_TYPE_WIDESTRING, CreateHashed<BytesSlot>},
+    {ZN_TYPE_GUID, CreateHashed<BytesSlot>},    {ZN_TYPE_OBJECT_ID, CreateHashed<BytesSlot>},
 };
 
 const IndexFactory* FindFactory(u32 tag) noexcept {
@@ -219,6 +389,22 @@ const IndexFactory* FindFactory(u32 tag) noexcept {
 }
 
 }  // namespace
+
+void ObjectIndex::Add(const Value& value, DBNode* node) {
+  Enter(value, node, node->GetId().Value());
+}
+
+// An id is read in two steps, each likely to wait for memory; so both are asked for some nodes
+// ahead.
+void AppendIds(const std::vector<DBNode*>& nodes, std::vector<ObjectId>* out) {
+  constexpr size_t kAhead = 8;
+  out->reserve(out->size() + nodes.size());
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    if (i + 2 * kAhead < nodes.size()) __builtin_prefetch(&nodes[i + 2 * kAhead]->GetId());
+    if (i + kAhead < nodes.size()) __builtin_prefetch(&nodes[i + kAhead]->GetId().Value());
+    out->push_back(nodes[i]->GetId().Value());
+  }
+}
 
 bool IsIndexableTag(u32 tag) noexcept {
   return FindFactory(tag) != nullptr;

@@ -152,6 +152,25 @@ TypeObject* TypeObject::FormalizingType(PropertyName name) {
   return nullptr;
 }
 
+// Most types have one supertype, and the way up is a chain. Where it forks, each type is asked
+// once, however many ways lead to it.
+const Property* TypeObject::FindDeclaration(PropertyName name) const {
+  const TypeObject* type = this;
+  while (type->supertypes_.size() == 1 && type->Properties().Find(name) == nullptr) {
+    type = type->supertypes_.front();
+  }
+  std::unordered_set<const TypeObject*> seen;
+  std::vector<const TypeObject*> open{type};
+  while (!open.empty()) {
+    type = open.back();
+    open.pop_back();
+    if (!seen.insert(type).second) continue;
+    if (const Property* found = type->Properties().Find(name)) return found;
+    open.insert(open.end(), type->supertypes_.rbegin(), type->supertypes_.rend());
+  }
+  return nullptr;
+}
+
 const PropertySet& TypeObject::AllProperties() const {
   return GetLineage().allProperties;
 }

@@ -67,6 +67,9 @@ class TypeObject final : public BaseObject {
   // The first ancestor, supertypes depth first, that declares the property, else this type if it
   // does, else null: a property belongs to the highest type that declares it.
   [[nodiscard]] TypeObject* FormalizingType(PropertyName name);
+  // The declaration nearest to this type: its own, else that of the first ancestor, supertypes
+  // depth first; null where there is none. Valid until the types of the database change.
+  [[nodiscard]] const Property* FindDeclaration(PropertyName name) const;
   // Own and inherited properties, breadth first from this type, the nearest declaration of a name:
   // what a new object starts with. Valid until the types of the database change.
   [[nodiscard]] const PropertySet& AllProperties() const;
@@ -95,6 +98,8 @@ class TypeObject final : public BaseObject {
   // Instances, derived ones included, whose property equals the value.
   // ZNE_PROPERTY_NOT_FORMALIZED.
   [[nodiscard]] u32 FindInstances(const Property& value, std::vector<DBNode*>* out);
+  // Their ids, in no particular order.
+  [[nodiscard]] u32 FindInstanceIds(const Property& value, std::vector<ObjectId>* out);
 
   [[nodiscard]] const std::vector<InterfaceRecord>& Interfaces() const noexcept {
     return interfaces_;

@@ -11,6 +11,37 @@
 
 namespace zn {
 
+namespace {
+
+// Reads the nodes of one type. What a node has under a name is two steps away, the node's array of
+// properties and the property in it, and both are asked for some nodes ahead. Instances of a type
+// mostly have the property in the same place of their arrays, so the place in the last one is tried
+// before any search.
+void ScanNodes(const std::vector<DBNode*>& nodes, const Property& wanted,
+               std::vector<DBNode*>* out) {
+  constexpr size_t kAhead = 8;
+  u32 place = 0;
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    if (i + 2 * kAhead < nodes.size() && nodes[i + 2 * kAhead] != nullptr) {
+      __builtin_prefetch(&nodes[i + 2 * kAhead]->Properties());
+    }
+    if (i + kAhead < nodes.size() && nodes[i + kAhead] != nullptr) {
+      __builtin_prefetch(nodes[i + kAhead]->Properties().begin() + place);
+    }
+    if (nodes[i] == nullptr) continue;
+    const PropertySet& properties = nodes[i]->Properties();
+    const Property* property = properties.begin() + place;
+    if (place >= properties.Count() || property->Key() != wanted.Key()) {
+      property = properties.Find(wanted.Key());
+      if (property == nullptr) continue;
+      place = static_cast<u32>(property - properties.begin());
+    }
+    if (property->GetValue().Equals(wanted.GetValue())) out->push_back(nodes[i]);
+  }
+}
+
+}  // namespace
+
 ObjectIndex* TypeObject::FindIndex(PropertyName name) noexcept {
   for (const auto& [key, index] : indexes_) {
     if (key == name) return index.get();
@@ -110,16 +141,21 @@ u32 TypeObject::FindInstances(const Property& value, std::vector<DBNode*>* out) 
   return ZN_OK;
 }
 
-void TypeObject::ScanInstances(const Property& value, std::vector<DBNode*>* out) const {
-  for (const TypeObject* type : Descendants()) {
-    for (DBNode* node : type->instances_.Slots()) {
-      if (node == nullptr) continue;
-      const Property* property = node->Properties().Find(value.Key());
-      if (property != nullptr && property->GetValue().Equals(value.GetValue())) {
-        out->push_back(node);
-      }
+u32 TypeObject::FindInstanceIds(const Property& value, std::vector<ObjectId>* out) {
+  if (FormalizingType(value.Key()) == this) {
+    if (const ObjectIndex* index = FindIndex(value.Key())) {
+      index->FindIds(value.GetValue(), out);  // which has them at hand
+      return ZN_OK;
     }
   }
+  std::vector<DBNode*> nodes;
+  ZN_RETURN_IF_FAILED(FindInstances(value, &nodes));
+  AppendIds(nodes, out);
+  return ZN_OK;
+}
+
+void TypeObject::ScanInstances(const Property& value, std::vector<DBNode*>* out) const {
+  for (const TypeObject* type : Descendants()) ScanNodes(type->instances_.Slots(), value, out);
 }
 
 }  // namespace zn
