@@ -114,4 +114,15 @@ ZN_API u32 PrGetProviderHandle(ZnHandle hDb, ObjectId providerId, ZnHandle* outP
 /* The id of the provider object. Returns ZN_OK or ZNE_INVALID_ARGUMENTS. */
 ZN_API u32 PrGetProviderId(ZnHandle hProvider, ObjectId* out);
 
+/* The ids under which the provider's files stand in the settings: its client extension and its
+ * message catalog (zn/i18n.h). Return ZN_OK, or ZNE_INVALID_ARGUMENTS, also for a provider without
+ * one. */
+ZN_API u32 PrGetExtension(ZnHandle hProvider, GUID* result);
+ZN_API u32 PrGetMessageCatalog(ZnHandle hProvider, GUID* result);
+
+/* Makes the ids of two KELD_Extension objects of the provider's database these two; the zero id
+ * leaves one as it is. Returns ZN_OK; ZNE_OBJECT_NOT_FOUND; ZNE_INVALID_ARGUMENTS, also for an
+ * object of another type. Nothing is changed by a refused call. */
+ZN_API u32 PrSetProviderExtensions(ZnHandle hProvider, ObjectId extension, ObjectId catalog);
+
 ZN_EXTERN_C_END

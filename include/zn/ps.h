@@ -124,4 +124,15 @@ ZN_API u32 PsUnmarshalPropset(const void* data, u32 len, ZnHandle* out);
  * Returns ZN_OK, or ZNE_INVALID_ARGUMENTS, also for another format. */
 ZN_API u32 PsSPrintf(u32 format, ZnHandle set, void** out, u32* outLen);
 
+/* Makes a formatted-string property (zn/i18n.h, ZnMakeFormattedString), without insertions or with
+ * the index as the one insertion, and adds it to the set. What the set holds then is an int32 of
+ * the first four bytes: whoever wants the message in a set adds an I18nString (type 16) or an
+ * I18nFormatString (17).
+ *
+ * Returns ZN_OK; ZNE_INVALID_ARGUMENTS, also for the zero catalog; ZNE_DUPLICATE_LOOKUP_KEY. */
+ZN_API u32 PsAddI18nString(ZnHandle set, GUID catalog, u32 message, const char* name,
+                           const char* propertyName);
+ZN_API u32 PsAddI18nStringWithIndex(ZnHandle set, GUID catalog, u32 message, const char* name,
+                                    i32 index, const char* propertyName);
+
 ZN_EXTERN_C_END

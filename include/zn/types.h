@@ -150,6 +150,26 @@ typedef struct I18nFormatString {
   ZnHandle insertions;
 } I18nFormatString;
 
+/* The insertions of a formatted message: `count` wide texts, null where one is missing. The list
+ * and its texts belong to the caller, who frees them with ZnFreeStringList(count, items). */
+typedef struct InsertList {
+  u32 count;
+  ZnWChar** items;
+} InsertList;
+
+/* What a provider fills in to publish an alert (zn/alert.h). */
+typedef struct AlertDescriptor {
+  const char* topic;                   /* required; also the alert's key */
+  u32 flag;                            /* below 4; carried to whoever hears the alert */
+  u32 severity;                        /* 1 to 4, 1 the most severe */
+  const I18nString* message;           /* required, with its text; may hold insertion places */
+  const I18nString* classification;    /* may be null */
+  const I18nString* friendlyName;      /* required, with its text */
+  const I18nString* description;       /* required, with its text */
+  const I18nString* recommendedAction; /* required, with its text; may hold insertion places */
+  ZnHandle userProperties;             /* set whose names every raise must bring; may be null */
+} AlertDescriptor;
+
 /* What a provider's Event slot and a wait predicate receive. The first five fields are common to
  * both forms; `data` may be read only when size == sizeof(EventRecord). A record of any other size
  * is a LocalEventRecord. Valid during the call only. */
@@ -248,6 +268,10 @@ ZN_STATIC_ASSERT(sizeof(Property2) == 32 && offsetof(Property2, Value) == 24, "P
 ZN_STATIC_ASSERT(sizeof(I18nString) == 32 && offsetof(I18nString, name) == 24, "I18nString");
 ZN_STATIC_ASSERT(sizeof(I18nFormatString) == 40 && offsetof(I18nFormatString, insertions) == 32,
                  "I18nFormatString");
+ZN_STATIC_ASSERT(sizeof(InsertList) == 16 && offsetof(InsertList, items) == 8, "InsertList");
+ZN_STATIC_ASSERT(sizeof(AlertDescriptor) == 64 && offsetof(AlertDescriptor, message) == 16 &&
+                     offsetof(AlertDescriptor, userProperties) == 56,
+                 "AlertDescriptor");
 ZN_STATIC_ASSERT(sizeof(EventRecord) == 40 && offsetof(EventRecord, data) == 32, "EventRecord");
 ZN_STATIC_ASSERT(sizeof(LocalEventRecord) == 64 && offsetof(LocalEventRecord, objectId) == 32 &&
                      offsetof(LocalEventRecord, typeName) == 48 &&

@@ -1,9 +1,11 @@
 /* The whole interface of the object bus. */
 #pragma once
 
+#include "zn/alert.h"
 #include "zn/db.h"
 #include "zn/ev.h"
 #include "zn/guid.h"
+#include "zn/i18n.h"
 #include "zn/init.h"
 #include "zn/memory.h"
 #include "zn/ob.h"

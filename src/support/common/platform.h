@@ -66,6 +66,13 @@ struct HostVersion {
 // The user's profile folder without a separator at its end; empty when nothing names it.
 [[nodiscard]] std::string ProfileFolder();
 
+// What the system says of a file, links followed; false when there is none.
+struct FileStatus {
+  u64 size = 0;
+  bool isRegular = false;
+};
+[[nodiscard]] bool GetFileStatus(const std::string& path, FileStatus* out) noexcept;
+
 // Makes a folder for this user alone unless it is there; false when it cannot be had.
 [[nodiscard]] bool EnsureFolder(const std::string& path) noexcept;
 

@@ -45,6 +45,13 @@ std::string ProfileFolder() {
   return folder;
 }
 
+bool GetFileStatus(const std::string& path, FileStatus* out) noexcept {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return false;
+  *out = {static_cast<u64>(status.st_size), S_ISREG(status.st_mode)};
+  return true;
+}
+
 bool EnsureFolder(const std::string& path) noexcept {
   if (mkdir(path.c_str(), 0700) == 0) return true;
   const int error = errno;

@@ -1,10 +1,12 @@
-// The Ev* exports: checks in argument order, then one call of the event classes.
+// The Ev* exports, and the two of alerts that are events: checks in argument order, then one call
+// of the event classes.
 #include <cstring>
 
 #include "framework/common/znapi/apiframe.h"
 #include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znevent/topic.h"
 #include "framework/common/znprov/provider.h"
+#include "zn/alert.h"
 #include "zn/ev.h"
 #include "zn/memory.h"
 
@@ -44,6 +46,35 @@ u32 SplitToBlock(std::string_view topic, char*** out, u32* count) {
   return ZN_OK;
 }
 
+struct Registration {
+  ZnHandle hDb;
+  ZnHandle hProvider;
+  const char* topic;
+  ZnHandle* out;
+};
+
+u32 RegisterEvent(const ApiFrame& frame, const Registration& wanted) {
+  ZN_RETURN_IF_FAILED(frame.Check(IsDatabaseHandle(wanted.hDb)));
+  ZN_RETURN_IF_FAILED(frame.Check(IsProviderHandle(wanted.hProvider)));
+  ZN_RETURN_IF_FAILED(frame.Check(IsGoodTopic(wanted.topic)));
+  ZN_RETURN_IF_FAILED(frame.Check(IsGoodPointer(wanted.out)));
+  Database* database = nullptr;
+  ZN_RETURN_UNLESS_OK(frame.OpenDatabase(wanted.hDb, &database));
+  if (*wanted.topic == '\0') return ZNE_INVALID_ARGUMENTS;
+  ZnHandle handle = nullptr;
+  const u32 status =
+      database->Events().Add(*HandleThing<Provider>(wanted.hProvider), wanted.topic, &handle);
+  *wanted.out = handle;
+  return status;
+}
+
+u32 UnregisterEvent(const ApiFrame& frame, ZnHandle hDb, ZnHandle registration) {
+  ZN_RETURN_IF_FAILED(frame.Check(IsDatabaseHandle(hDb)));
+  Database* database = nullptr;
+  ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
+  return database->Events().Remove(registration);
+}
+
 }  // namespace
 
 }  // namespace zn
@@ -79,27 +110,25 @@ u32 EvTokens(const char* topic, char*** tokens, u32* count) {
 
 u32 EvRegisterEvent(ZnHandle hDb, ZnHandle hProvider, const char* topic, ZnHandle* registration) {
   return ApiCall("EvRegisterEvent", [&](ApiFrame& frame) -> u32 {
-    ZN_RETURN_IF_FAILED(frame.Check(IsDatabaseHandle(hDb)));
-    ZN_RETURN_IF_FAILED(frame.Check(IsProviderHandle(hProvider)));
-    ZN_RETURN_IF_FAILED(frame.Check(IsGoodTopic(topic)));
-    ZN_RETURN_IF_FAILED(frame.Check(IsGoodPointer(registration)));
-    Database* database = nullptr;
-    ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
-    if (*topic == '\0') return ZNE_INVALID_ARGUMENTS;
-    ZnHandle handle = nullptr;
-    const u32 status = database->Events().Add(*HandleThing<Provider>(hProvider), topic, &handle);
-    *registration = handle;
-    return status;
+    return RegisterEvent(frame, {hDb, hProvider, topic, registration});
   });
 }
 
 u32 EvUnregisterEvent(ZnHandle hDb, ZnHandle registration) {
-  return ApiCall("EvUnregisterEvent", [&](ApiFrame& frame) -> u32 {
-    ZN_RETURN_IF_FAILED(frame.Check(IsDatabaseHandle(hDb)));
-    Database* database = nullptr;
-    ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
-    return database->Events().Remove(registration);
+  return ApiCall("EvUnregisterEvent",
+                 [&](ApiFrame& frame) -> u32 { return UnregisterEvent(frame, hDb, registration); });
+}
+
+// Alerts are events, and these are the same two calls under other names.
+u32 ObRegisterAlert(ZnHandle hDb, ZnHandle hProvider, const char* topic, ZnHandle* registration) {
+  return ApiCall("ObRegisterAlert", [&](ApiFrame& frame) -> u32 {
+    return RegisterEvent(frame, {hDb, hProvider, topic, registration});
   });
+}
+
+u32 ObUnregisterAlert(ZnHandle hDb, ZnHandle registration) {
+  return ApiCall("ObUnregisterAlert",
+                 [&](ApiFrame& frame) -> u32 { return UnregisterEvent(frame, hDb, registration); });
 }
 
 u32 EvCreateWaitEvent(ZnHandle hDb, bool (*predicate)(const EventRecord*, void*), void* context,

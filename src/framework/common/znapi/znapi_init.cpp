@@ -1,11 +1,14 @@
-// ZnInitialize: the system database, the provider "system", groups and providers, in that order.
+// ZnInitialize: the system database, the provider "system", groups, the files offered to clients,
+// the library's own alerts and the providers, in that order.
 #include <memory>
 #include <string>
 
+#include "framework/common/znalert/alert.h"
 #include "framework/common/znapi/apiframe.h"
 #include "framework/common/znapi/framework.h"
 #include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znevent/topic.h"
+#include "framework/common/znprov/extensions.h"
 #include "framework/common/znprov/loader.h"
 #include "framework/common/znprov/provider.h"
 #include "framework/common/znprov/systemprovider.h"
@@ -56,6 +59,22 @@ void ReadServerFlags() {
   return ZN_OK;
 }
 
+// Groups and files are an offer of the settings: a start without them goes on.
+void MakeExtensionObjects(Database& database, Provider& system) {
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:Creating extension objects");
+  static_cast<void>(CreateExtensionObjects(database, system));
+  ZN_TRACE(1, "ZnAPI:ZnInitialize:Extension objects created");
+}
+
+// What the settings and the library itself bring before any provider loads.
+[[nodiscard]] u32 FillDatabase(Database& database, bool isNew) {
+  Provider* system = database.FindProviderByName(kSystemProviderName);
+  if (isNew) static_cast<void>(database.LoadRegistryGroups(system));
+  if (system == nullptr) return ZN_OK;
+  MakeExtensionObjects(database, *system);
+  return PublishServerAlerts(database, *system);
+}
+
 // The signal for providers that wait for all others.
 void RaiseLastPhase(Database& database) {
   Provider* system = database.FindProviderByName(kSystemProviderName);
@@ -79,11 +98,7 @@ void RaiseLastPhase(Database& database) {
   ReadServerFlags();
   Database& database = *ZnGetSystemDatabase();
   ZN_RETURN_IF_FAILED(MakeSystemProvider(database));
-  if (isNew) {
-    // Groups are an offer of the settings: a start without them goes on.
-    static_cast<void>(
-        database.LoadRegistryGroups(database.FindProviderByName(kSystemProviderName)));
-  }
+  ZN_RETURN_IF_FAILED(FillDatabase(database, isNew));
   ZN_RETURN_IF_FAILED(LoadProviders(database));
   RaiseLastPhase(database);
   if (ZN_FAILED(ReadTextSetting(HkeyMiraRoot(), nullptr, u"InstallDir", &InstallDir()))) {

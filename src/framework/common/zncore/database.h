@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <set>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -25,6 +26,7 @@
 namespace zn {
 
 class Provider;
+struct MessageRequest;
 
 // Database flags.
 inline constexpr u32 DB_AUTHENTICATED = 0x10000;
@@ -39,6 +41,8 @@ struct DatabaseCallbacks {
   u32 (*forwardRequest)(PropertySet& request, PropertySet* reply, void* context) = nullptr;
   u32 (*forwardProviderCall)(PropertySet& request, ObjectId* provider, ObjectId* task,
                              PropertySet* out, void* context) = nullptr;
+  // A client copy's way to the message files of its server; runs with the bus lock released.
+  u32 (*fetchMessage)(const MessageRequest& request, std::u16string* text, void* context) = nullptr;
   void* context = nullptr;
 };
 

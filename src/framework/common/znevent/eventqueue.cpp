@@ -2,6 +2,7 @@
 #include "framework/common/znevent/eventqueue.h"
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -145,6 +146,7 @@ class EventThreads {
   [[nodiscard]] bool Append(QueuedEventPtr event) noexcept;
   void Append(QueuedChange change);
   void Drain(ZnHandle database) noexcept;
+  [[nodiscard]] bool WaitForDelivery(u32 timeoutMs) noexcept;
 
  private:
   enum class State { kStopped, kRunning, kStopping };
@@ -294,6 +296,19 @@ void EventThreads::Drain(ZnHandle database) noexcept {
   while (batches_ < target) batchDone_.Wait(mutex_);
 }
 
+bool EventThreads::WaitForDelivery(u32 timeoutMs) noexcept {
+  if (onRaiseThread) return true;
+  const BusRelease release;
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  const MutexLock lock(mutex_);
+  // The batch under way and the one that is to come.
+  const u64 target = batches_ + (inBatch_ ? 1 : 0) + (events_.IsEmpty() ? 0 : 1);
+  while (state_ == State::kRunning && batches_ < target) {
+    if (!batchDone_.WaitUntil(mutex_, limit)) return batches_ >= target;
+  }
+  return true;
+}
+
 bool EventThreads::TakeEvents(EventList* batch) noexcept {
   const MutexLock lock(mutex_);
   if (std::exchange(inBatch_, false)) {
@@ -415,6 +430,10 @@ void QueueChange(Database& database, PropertySet&& change) noexcept {
     Threads().Append({callback, std::move(change)});
   } catch (const std::bad_alloc&) {  // a change that cannot be told is lost
   }
+}
+
+bool WaitForDelivery(u32 timeoutMs) noexcept {
+  return Threads().WaitForDelivery(timeoutMs);
 }
 
 void DrainDatabaseEvents(Database& database) noexcept {

@@ -51,6 +51,11 @@ void QueueChange(Database& database, PropertySet&& change) noexcept;
 // is done. Releases the bus lock while it waits; not on the raise thread itself.
 void DrainDatabaseEvents(Database& database) noexcept;
 
+// Waits until what is queued now has been delivered, so that an announcement is heard before what
+// it announces; false when that takes longer. Releases the bus lock while it waits. Returns at once
+// on the raise thread and without the threads.
+[[nodiscard]] bool WaitForDelivery(u32 timeoutMs) noexcept;
+
 // Ev* wait events; EvWaitForEvent's frame.
 [[nodiscard]] u32 CreateWaitEvent(Database& database, bool (*predicate)(const EventRecord*, void*),
                                   void* context, ZnHandle* out);

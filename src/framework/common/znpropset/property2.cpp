@@ -9,6 +9,7 @@
 #include <new>
 
 #include "framework/common/zncore/database_value.h"
+#include "framework/common/znpropset/i18nvalue.h"
 #include "support/common/block.h"
 #include "support/common/fastlock.h"
 #include "support/common/handle.h"
@@ -25,59 +26,15 @@ constexpr u32 kHandleSize = 8;
 constexpr u32 kI18nSize32 = 25;
 constexpr u32 kFormatSize32 = 28;
 
-constexpr std::string_view kCatalogKey = "Catalog";
-constexpr std::string_view kMessageKey = "Message";
-constexpr std::string_view kNameKey = "Name";
-constexpr std::string_view kFormatSpecKey = "FormatSpec";
-constexpr std::string_view kInsertionsKey = "Insertions";
-
 u32 TextLength(const char* text) noexcept {
   return IsGoodPointer(text) ? static_cast<u32>(std::strlen(text)) : 0;
 }
 
 // --- i18n records ---
 
-PropertySet I18nSet(const GUID& catalog, u32 message, const char* name) {
-  PropertySet set;
-  set.Put(kCatalogKey, Value::Guid(catalog));
-  set.Put(kMessageKey, Value::UInt32(message));
-  set.Put(kNameKey, Value::Text(std::string_view(IsGoodPointer(name) ? name : "")));
-  return set;
-}
-
-struct I18nParts {
-  GUID catalog{};
-  u32 message = 0;
-  std::string_view name;
-};
-
-I18nParts PartsOf(const PropertySet& set) noexcept {
-  I18nParts parts;
-  const Value* catalog = set.FindValue(kCatalogKey, ZN_TYPE_GUID);
-  const Value* message = set.FindValue(kMessageKey, ZN_TYPE_UINT32);
-  const Value* name = set.FindValue(kNameKey, ZN_TYPE_STRING);
-  if (catalog != nullptr) parts.catalog = catalog->AsGuid();
-  if (message != nullptr) parts.message = message->AsUInt32();
-  if (name != nullptr) parts.name = name->AsText();
-  return parts;
-}
-
-Value FromI18n(const I18nString& record) {
-  return Value::Set(ZN_TYPE_I18N, I18nSet(record.catalog, record.message, record.name));
-}
-
-Value FromFormatString(const I18nFormatString& record) {
-  PropertySet set;
-  set.Put(kFormatSpecKey, Value::Set(I18nSet(record.catalog, record.message, record.name)));
-  if (IsValidHandle(record.insertions, HANDLE_PROPSET)) {
-    set.Put(kInsertionsKey, Value::Set(PropertySet(*HandleThing<PropertySet>(record.insertions))));
-  }
-  return Value::Set(ZN_TYPE_I18N_FORMAT_STRING, std::move(set));
-}
-
 // The text of `name` goes to `text`.
 void FillI18n(const PropertySet& set, I18nString* record, char* text) noexcept {
-  const I18nParts parts = PartsOf(set);
+  const I18nParts parts = PartsOfI18n(set);
   record->catalog = parts.catalog;
   record->message = parts.message;
   record->name = text;
@@ -88,15 +45,14 @@ void FillI18n(const PropertySet& set, I18nString* record, char* text) noexcept {
 // The name and the insertions are blocks of their own, which PsFreeProperty frees.
 void FillFormatString(const PropertySet& set, I18nFormatString* record) {
   *record = {};  // what is given up half-way reads as null
-  const Value* spec = set.FindValue(kFormatSpecKey, ZN_TYPE_PROPSET);
-  const I18nParts parts = spec != nullptr ? PartsOf(spec->AsSet()) : I18nParts{};
+  const I18nParts parts = PartsOfFormatString(set);
   record->catalog = parts.catalog;
   record->message = parts.message;
   record->name = TextToBlock(parts.name);
   if (record->name == nullptr) throw std::bad_alloc();
-  const Value* insertions = set.FindValue(kInsertionsKey, ZN_TYPE_PROPSET);
+  const PropertySet* insertions = InsertionsOf(set);
   if (insertions == nullptr) return;
-  record->insertions = WrapPropertySet(PropertySet(insertions->AsSet()));
+  record->insertions = WrapPropertySet(PropertySet(*insertions));
   if (record->insertions == nullptr) throw std::bad_alloc();
 }
 
@@ -171,11 +127,11 @@ bool ReadDatabase(const void* at, u32, Value* out) {
   return true;
 }
 bool ReadI18n(const void* at, u32, Value* out) {
-  *out = FromI18n(Load<I18nString>(at));
+  *out = I18nValueOf(Load<I18nString>(at));
   return true;
 }
 bool ReadFormatString(const void* at, u32, Value* out) {
-  *out = FromFormatString(Load<I18nFormatString>(at));
+  *out = FormatStringValueOf(Load<I18nFormatString>(at));
   return true;
 }
 // Elements of an array that are pointers or handles.
@@ -384,7 +340,7 @@ size_t ScalarBytes(const FlatRow& row, const Value& value) noexcept {
     case FlatForm::kHandle:
       return 0;
     case FlatForm::kI18n:
-      return sizeof(I18nString) + PartsOf(value.AsSet()).name.size() + 1;
+      return sizeof(I18nString) + PartsOfI18n(value.AsSet()).name.size() + 1;
     case FlatForm::kFormatString:
       return sizeof(I18nFormatString);
   }
@@ -451,7 +407,7 @@ size_t TailBytes(const FlatRow& row, const Value& element) noexcept {
     case FlatForm::kWide:
       return 2 * (element.AsWideText().size() + 1);
     case FlatForm::kI18n:
-      return PartsOf(element.AsSet()).name.size() + 1;
+      return PartsOfI18n(element.AsSet()).name.size() + 1;
     default:
       return 0;
   }

@@ -68,7 +68,16 @@ struct RawValue {
   return text.substr(0, text.find(u'\0'));
 }
 
-// Every text and number of the key becomes a property; values of other types are passed over.
+}  // namespace
+
+SettingsKey::~SettingsKey() {
+  if (key_ != nullptr) static_cast<void>(ZnRegCloseKey(key_));
+}
+
+u32 SettingsKey::Open(std::u16string_view path) {
+  return ZnRegOpenKeyEx(HkeyMiraRoot(), std::u16string(path).c_str(), 0, kReadAccess, &key_);
+}
+
 void ReadProperties(const SettingsKey& key, PropertySet* out) {
   RawValue value;
   for (u32 index = 0; !ZN_FAILED(ReadRawValue(key, index, &value)); ++index) {
@@ -82,16 +91,6 @@ void ReadProperties(const SettingsKey& key, PropertySet* out) {
       out->Put(name, Value::UInt32(number));
     }
   }
-}
-
-}  // namespace
-
-SettingsKey::~SettingsKey() {
-  if (key_ != nullptr) static_cast<void>(ZnRegCloseKey(key_));
-}
-
-u32 SettingsKey::Open(std::u16string_view path) {
-  return ZnRegOpenKeyEx(HkeyMiraRoot(), std::u16string(path).c_str(), 0, kReadAccess, &key_);
 }
 
 u32 SubkeyName(const SettingsKey& key, u32 index, u32 limit, std::u16string* out) {

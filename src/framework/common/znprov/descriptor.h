@@ -59,6 +59,9 @@ class SettingsKey {
   ZnHandle key_ = nullptr;
 };
 
+// Every text and number of the key as a property; values of other types are passed over.
+void ReadProperties(const SettingsKey& key, PropertySet* out);
+
 // Name of the subkey at an index: ZNE_NO_MORE_PROPERTIES behind the last one, ZNE_BUFFER_TOO_SMALL
 // for a name of more than `limit` units.
 [[nodiscard]] u32 SubkeyName(const SettingsKey& key, u32 index, u32 limit, std::u16string* out);
