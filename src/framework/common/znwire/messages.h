@@ -64,17 +64,12 @@ inline constexpr std::string_view kShMemIndexKey = "ShMemIndex";  // answer only
 inline constexpr std::string_view kLengthKey = "Length";                          // uint32
 inline constexpr std::string_view kAuthenticationTypeKey = "AuthenticationType";  // uint32
 
-// Cache request; inside its "Data" one of the lists below.
-inline constexpr std::string_view kCriteriaKey = "Criteria";        // uint32, 1 to 4
+// Cache request. Inside its "Data", by criterion (RequestCriteria of database.h): 1 "Data", an array
+// of object id; 2 "Type"; 3 "Query"; 4 "Type" and "InterfaceId".
+inline constexpr std::string_view kCriteriaKey = "Criteria";        // uint32
 inline constexpr std::string_view kTypeKey = "Type";                // string
 inline constexpr std::string_view kQueryKey = "Query";              // wide string
 inline constexpr std::string_view kInterfaceIdKey = "InterfaceId";  // guid
-enum Criterion : u32 {
-  kByIds = 1,            // "Data": array of object id
-  kByType = 2,           // "Type"
-  kByQuery = 3,          // "Query"
-  kByTypeInterface = 4,  // "Type" and "InterfaceId"
-};
 
 // Cache answer: the lists inside its "Data". Readers take an array of propset for each.
 inline constexpr std::string_view kObjectsKey = "Objects";      // array of object
@@ -139,17 +134,12 @@ inline constexpr u32 kAuthenticationToken = 4;  // no host of ours grants it
 inline constexpr u32 kMinChallengeLength = 512;
 inline constexpr u32 kMaxChallengeLength = 2048;
 
-// TCP and UDP port of a server that was given none.
-inline constexpr u16 kStandardPort = 2148;
-
 // UDP commands: a datagram of one big-endian word.
 inline constexpr u32 kDiscoveryCommand = 1;
 inline constexpr u32 kPingCommand = 2;
 inline constexpr u32 kMaxDatagram = 3072;
 
-// The area in which a local client finds its logon GUID; a service that is not on the standard port
-// adds '.' and its port, so that two can run on one machine.
-inline constexpr std::string_view kSharedMemoryName = "ZnMiraAuthShareMemory";
+// The area in which a local client finds its logon GUID; for its name see AuthSharedMemoryName.
 inline constexpr u32 kSharedMemoryBytes = 512;
 inline constexpr u32 kSharedMemorySlots = 32;
 
