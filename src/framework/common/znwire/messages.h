@@ -64,8 +64,8 @@ inline constexpr std::string_view kShMemIndexKey = "ShMemIndex";  // answer only
 inline constexpr std::string_view kLengthKey = "Length";                          // uint32
 inline constexpr std::string_view kAuthenticationTypeKey = "AuthenticationType";  // uint32
 
-// Cache request. Inside its "Data", by criterion (RequestCriteria of database.h): 1 "Data", an array
-// of object id; 2 "Type"; 3 "Query"; 4 "Type" and "InterfaceId".
+// Cache request. Inside its "Data", by criterion (RequestCriteria of database.h): 1 "Data", an
+// array of object id; 2 "Type"; 3 "Query"; 4 "Type" and "InterfaceId".
 inline constexpr std::string_view kCriteriaKey = "Criteria";        // uint32
 inline constexpr std::string_view kTypeKey = "Type";                // string
 inline constexpr std::string_view kQueryKey = "Query";              // wide string
