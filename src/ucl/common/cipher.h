@@ -23,7 +23,7 @@ inline constexpr u32 kCipherKeyCount = 2;
 // Both make *out a block for ZnFree. With a null argument, `encryption` 0 or a negative key index
 // nothing happens: 0, the outputs stay. A key index beyond the table uses the schedule of key 0.
 // `length` 0 is a text of no bytes, and `in` must still not be null. Any thread.
-// ZNE_OUT_OF_MEMORY when there is no block; for EncipherBlock also when length + 8 exceeds 32 bits.
+// ZNE_OUT_OF_MEMORY when there is no block; for EncipherBlock also beyond 2 GiB.
 [[nodiscard]] u32 EncipherBlock(const void* in, u32 length, u32 encryption, i32 keyIndex,
                                 void** out, u32* outLength);
 // Also ZNE_UNEXPECTED for a length that is no multiple of 8 (0 included) and for a last byte that

@@ -65,7 +65,8 @@ struct UclServerOptions {
   // next request of a peer is taken when its last answer has left. One frame of any size passes
   // when nothing waits before it. 0: no limit.
   u64 maxQueuedBytes = u64{64} << 20;
-  u32 sendStallMs = 60000;  // a peer that takes nothing for so long of what waits is dropped
+  u32 sendStallMs =
+      60000;  // a peer that takes nothing for so long of what waits is dropped; 0: never
 };
 
 struct UclClientOptions {
