@@ -2,11 +2,10 @@
 // locale, so they do not depend on the user's locale.
 #include "text.h"
 
-#include <locale.h>
-#include <wchar.h>
-
 #include <algorithm>
 #include <cctype>
+#include <clocale>
+#include <cwchar>
 
 namespace zn::ctl {
 namespace {
@@ -199,27 +198,38 @@ std::vector<std::string> Wrap(std::string_view text, size_t width) {
   return lines;
 }
 
+namespace {
+
+// Takes the digits a text begins with off it, and gives them without leading zeros.
+std::string_view TakeNumber(std::string_view* text) {
+  size_t length = 0;
+  while (length < text->size() && IsDigit((*text)[length])) ++length;
+  std::string_view digits = text->substr(0, length);
+  text->remove_prefix(length);
+  digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
+  return digits;
+}
+
+}  // namespace
+
 bool NaturalLess(std::string_view a, std::string_view b) {
-  size_t i = 0;
-  size_t j = 0;
-  while (i < a.size() && j < b.size()) {
-    if (IsDigit(a[i]) && IsDigit(b[j])) {
-      while (i + 1 < a.size() && a[i] == '0' && IsDigit(a[i + 1])) ++i;
-      while (j + 1 < b.size() && b[j] == '0' && IsDigit(b[j + 1])) ++j;
-      const size_t startA = i;
-      const size_t startB = j;
-      while (i < a.size() && IsDigit(a[i])) ++i;
-      while (j < b.size() && IsDigit(b[j])) ++j;
-      if (i - startA != j - startB) return i - startA < j - startB;
-      const int order = a.substr(startA, i - startA).compare(b.substr(startB, j - startB));
-      if (order != 0) return order < 0;
+  std::string_view restA = a;
+  std::string_view restB = b;
+  while (!restA.empty() && !restB.empty()) {
+    if (IsDigit(restA.front()) && IsDigit(restB.front())) {
+      const std::string_view numberA = TakeNumber(&restA);
+      const std::string_view numberB = TakeNumber(&restB);
+      if (numberA.size() != numberB.size()) return numberA.size() < numberB.size();
+      if (numberA != numberB) return numberA < numberB;
       continue;
     }
-    if (a[i] != b[j]) return static_cast<unsigned char>(a[i]) < static_cast<unsigned char>(b[j]);
-    ++i;
-    ++j;
+    const auto charA = static_cast<unsigned char>(restA.front());
+    const auto charB = static_cast<unsigned char>(restB.front());
+    if (charA != charB) return charA < charB;
+    restA.remove_prefix(1);
+    restB.remove_prefix(1);
   }
-  if ((i < a.size()) != (j < b.size())) return j < b.size();
+  if (restA.empty() != restB.empty()) return restA.empty();
   return a < b;  // "a01" and "a1" differ after all
 }
 

@@ -476,8 +476,11 @@ u32 ConvertProperty3ToProperty2(const Property& in, Property2** out) {
     return ZNE_INVALID_ARGUMENTS;
   }
   if (isArray) return ConvertArray(*row, in, out);
-  const RecordWriter writer(in, ScalarBytes(*row, in.GetValue()));
+  const size_t bytes = ScalarBytes(*row, in.GetValue());
+  const RecordWriter writer(in, bytes);
   if (writer.Record() == nullptr) return ZNE_OUT_OF_MEMORY;
+  // What is freed with the record is null until it is there.
+  if (row->form == FlatForm::kFormatString) std::memset(writer.Bytes(), 0, bytes);
   OwnedRecord record(writer.Record());
   ZN_RETURN_IF_FAILED(WriteScalar(*row, in.GetValue(), record.get(), writer.Bytes()));
   *out = record.release();

@@ -98,7 +98,7 @@ u32 SubkeyName(const SettingsKey& key, u32 index, u32 limit, std::u16string* out
   std::u16string name(length, u'\0');
   ZN_RETURN_IF_FAILED(
       ZnRegEnumKeyEx(key.Get(), index, name.data(), &length, nullptr, nullptr, nullptr, nullptr));
-  out->assign(name.c_str());
+  *out = std::u16string(name.data());  // up to its terminator
   return ZN_OK;
 }
 
