@@ -1,5 +1,6 @@
 #include "framework/common/znpropset/propertyname.h"
 
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,6 +36,48 @@ TEST(PropertyName, OrdersByTheBytesOfTheText) {
   EXPECT_TRUE(PropertyName::Intern("B") < PropertyName::Intern("a"));
   EXPECT_TRUE(PropertyName::Intern("a") < PropertyName::Intern("aa"));
   EXPECT_FALSE(PropertyName::Intern("a") < PropertyName::Intern("a"));
+}
+
+TEST(PropertyName, OrdersAcrossWholeWordsAsStrcmpDoes) {
+  const std::string texts[] = {"a",         "abcdefg",  "abcdefgh",         "abcdefgh\xFF",
+                               "abcdefghi", "abcdefgj", "abcdefghijklmnop", "abcdefghijklmnopq",
+                               "abcdefgi",  "zz",       "abcdefghijklmno",  "\x01\x80"};
+  for (const std::string& a : texts) {
+    for (const std::string& b : texts) {
+      EXPECT_EQ(PropertyName::Intern(a) < PropertyName::Intern(b), a < b) << a << " " << b;
+    }
+  }
+}
+
+TEST(PropertyName, FindsATextOfAnyLengthAndNoOtherOfThatLength) {
+  for (size_t length = 1; length < 40; ++length) {
+    const std::string text = "length" + std::string(length, 'x');
+    const PropertyName name = PropertyName::Intern(text);
+    for (size_t i = 0; i < text.size(); ++i) {
+      std::string other = text;
+      other[i] = '#';
+      PropertyName found;
+      EXPECT_FALSE(PropertyName::Find(other, &found)) << other;
+    }
+    EXPECT_EQ(PropertyName::Intern(text), name);
+  }
+}
+
+// What it fills stays full, so it happens in a process of its own.
+int FillTheTable() {
+  PropertyName name;
+  u32 made = 0;
+  while (PropertyName::InternRead("read" + std::to_string(made), &name)) ++made;
+  const bool isBound = made <= PropertyName::kMaxNamesRead && made > 0;
+  const bool knowsTheFirst = PropertyName::InternRead("read0", &name) && name.Text() == "read0";
+  // The program itself is not bound, and what it names can be read.
+  const std::string own = "a name of the program's own";
+  const bool isFree = PropertyName::Intern(own).Text() == own;
+  return isBound && knowsTheFirst && isFree && PropertyName::InternRead(own, &name) ? 0 : 1;
+}
+
+TEST(PropertyName, ANameReadFromBytesIsRefusedBeyondTheBoundButAKnownOneIsNot) {
+  EXPECT_EXIT(std::_Exit(FillTheTable()), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(PropertyNameThreads, ReadersFindEveryNameWhileTheTableGrows) {

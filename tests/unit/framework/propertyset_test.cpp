@@ -149,5 +149,70 @@ TEST(Property, EqualsNeedsAValueTheNameAndTheTag) {
   EXPECT_FALSE(Property().Equals(Property()));
 }
 
+TEST(PropertySet, AReaderOfKnownNamesLeavesTheOthersOutAndKeepsNoneOfThem) {
+  // The names differ in their last byte from what the process knows, on every level.
+  PropertySet inner;
+  inner.Put("KnownInner", Value::UInt32(7));
+  inner.Put("Stranger4X", Value::UInt32(8));
+  PropertySet set;
+  set.Put("KnownFirst", Value::UInt32(1));
+  set.Put("Stranger1X", Value::Text("a text to be skipped"));
+  set.Put("Stranger2X", Value::Set(PropertySet(inner)));
+  set.Put("ZKnownSet", Value::Set(std::move(inner)));
+  BinaryWriter writer;
+  set.Marshal(writer);
+  std::string bytes(reinterpret_cast<const char*>(writer.Buffer().Data()), writer.Buffer().Size());
+  for (size_t at = bytes.find("Stranger"); at != bytes.npos; at = bytes.find("Stranger", at + 1)) {
+    bytes[at + 9] = '!';
+  }
+  BinaryReader known(bytes.data(), bytes.size(), NamesRead::kKnown);
+  PropertySet read;
+  ASSERT_EQ(read.Unmarshal(known), ZN_OK);
+  EXPECT_EQ(read.Count(), 2u);
+  ASSERT_NE(read.FindValue("KnownFirst", ZN_TYPE_UINT32), nullptr);
+  const Value* nested = read.FindValue("ZKnownSet", ZN_TYPE_PROPSET);
+  ASSERT_NE(nested, nullptr);
+  EXPECT_EQ(nested->AsSet().Count(), 1u);
+  PropertyName name;
+  EXPECT_FALSE(PropertyName::Find("Stranger1!", &name));
+  EXPECT_FALSE(PropertyName::Find("Stranger4!", &name));
+
+  BinaryReader all(bytes.data(), bytes.size());
+  ASSERT_EQ(read.Unmarshal(all), ZN_OK);
+  EXPECT_EQ(read.Count(), 4u);
+  EXPECT_TRUE(PropertyName::Find("Stranger4!", &name));
+}
+
+TEST(PropertySet, KeepsItsPropertiesInLentRoomUntilThereAreMore) {
+  alignas(Property) unsigned char room[3 * sizeof(Property)];
+  const auto isInRoom = [&](const PropertySet& set) {
+    return static_cast<const void*>(set.begin()) == room;
+  };
+  PropertySet source;
+  for (const char* name : {"A", "B", "C"}) source.Put(name, Value::Text(std::string_view(name)));
+  {
+    PropertySet set(room, 3);
+    set.CopyFrom(source);
+    EXPECT_TRUE(isInRoom(set));
+    PropertySet fewer;
+    fewer.Put("D", Value::Text("d"));
+    set.CopyFrom(fewer);
+    EXPECT_TRUE(isInRoom(set));
+    EXPECT_EQ(set.Count(), 1u);
+    set.CopyFrom(source);
+    ASSERT_EQ(set.Add(Property("D", Value::Text("d"))), ZN_OK);
+    EXPECT_FALSE(isInRoom(set));
+    EXPECT_EQ(set.Count(), 4u);
+    EXPECT_EQ(set.FindValue("B", ZN_TYPE_STRING)->AsText(), "B");
+  }
+  PropertySet direct(room, 3);
+  PropertySet larger(source);
+  larger.Put("E", Value::UInt32(5));
+  direct.CopyFrom(source);
+  direct.CopyFrom(larger);
+  EXPECT_FALSE(isInRoom(direct));
+  EXPECT_EQ(direct.Count(), 4u);
+}
+
 }  // namespace
 }  // namespace zn

@@ -26,6 +26,7 @@ struct NameTable {
   std::atomic<Generation*> current{nullptr};
   Mutex mutex;
   size_t count ZN_GUARDED_BY(mutex) = 0;
+  u32 countRead ZN_GUARDED_BY(mutex) = 0;
 };
 
 // Without a destructor: names outlive every static.
@@ -96,18 +97,10 @@ const NameEntry* MakeEntry(u32 hash, std::string_view text) {
   return entry;
 }
 
-}  // namespace
-
-PropertyName PropertyName::Intern(std::string_view text) {
-  if (text.empty()) return PropertyName();
-  const u32 hash = HashName(text);
-  const NameEntry* entry = Look(names.current.load(std::memory_order_acquire), hash, text);
-  if (entry != nullptr) return PropertyName(entry);
-
-  const MutexLock lock(names.mutex);
+const NameEntry* FindOrMake(u32 hash, std::string_view text) ZN_REQUIRES(names.mutex) {
   Generation* generation = names.current.load(std::memory_order_relaxed);
-  entry = Look(generation, hash, text);
-  if (entry != nullptr) return PropertyName(entry);
+  const NameEntry* entry = Look(generation, hash, text);
+  if (entry != nullptr) return entry;
   if (generation == nullptr || (names.count + 1) * 2 > generation->mask + 1) {
     generation = NextGeneration(generation);
     names.current.store(generation, std::memory_order_release);
@@ -115,7 +108,28 @@ PropertyName PropertyName::Intern(std::string_view text) {
   entry = MakeEntry(hash, text);
   Place(*generation, entry);
   ++names.count;
-  return PropertyName(entry);
+  return entry;
+}
+
+}  // namespace
+
+PropertyName PropertyName::Intern(std::string_view text) {
+  if (text.empty()) return PropertyName();
+  const u32 hash = HashName(text);
+  const NameEntry* entry = Look(names.current.load(std::memory_order_acquire), hash, text);
+  if (entry != nullptr) return PropertyName(entry);
+  const MutexLock lock(names.mutex);
+  return PropertyName(FindOrMake(hash, text));
+}
+
+bool PropertyName::InternRead(std::string_view text, PropertyName* out) {
+  if (Find(text, out)) return true;
+  const MutexLock lock(names.mutex);
+  const size_t before = names.count;
+  if (names.countRead == kMaxNamesRead) return false;
+  *out = PropertyName(FindOrMake(HashName(text), text));
+  if (names.count != before) ++names.countRead;
+  return true;
 }
 
 bool PropertyName::Find(std::string_view text, PropertyName* out) noexcept {

@@ -25,6 +25,10 @@ class PropertyName {
   PropertyName() noexcept : entry_(&kEmptyName) {}
   // The entry of that text, made when it is new. Throws std::bad_alloc. Any thread.
   [[nodiscard]] static PropertyName Intern(std::string_view text);
+  // The same for a name that was read from bytes, which may be anybody's: false when it is new and
+  // kMaxNamesRead names came that way already, since a name stays for the life of the process.
+  static constexpr u32 kMaxNamesRead = 1u << 20;
+  [[nodiscard]] static bool InternRead(std::string_view text, PropertyName* out);
   // The entry of that text; false when no such name was ever interned. Any thread.
   [[nodiscard]] static bool Find(std::string_view text, PropertyName* out) noexcept;
 

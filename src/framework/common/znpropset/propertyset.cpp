@@ -58,14 +58,20 @@ void Property::Marshal(BinaryWriter& stream) const {
   value_.Marshal(stream);
 }
 
-u32 Property::Unmarshal(u32 tag, BinaryReader& stream) {
+u32 Property::Unmarshal(u32 tag, BinaryReader& stream, bool* isKnown) {
   const u8* name = nullptr;
   u32 length = 0;
   u32 flags = 0;
   ZN_RETURN_IF_FAILED(stream.ReadCounted(1, &name, &length));
   ZN_RETURN_IF_FAILED(stream.ReadUInt32(&flags));
   ZN_RETURN_IF_FAILED(value_.Unmarshal(tag, stream));
-  name_ = PropertyName::Intern({reinterpret_cast<const char*>(name), length});
+  const std::string_view text(reinterpret_cast<const char*>(name), length);
+  if (stream.Names() == NamesRead::kKnown) {
+    *isKnown = PropertyName::Find(text, &name_);
+  } else {
+    *isKnown = true;
+    if (!PropertyName::InternRead(text, &name_)) return ZNE_UNEXPECTED;
+  }
   // Contract: flags from a stream are kept with all their bits, not masked to the public twelve.
   flags_ = flags;
   return ZN_OK;
@@ -301,14 +307,17 @@ void PropertySet::SortAndDropRepeats() {
   while (items_ + count_ != kept) items_[--count_].~Property();
 }
 
-// Reads one property in its place behind the last.
+// Reads one property in its place behind the last, unless the reader leaves it out.
 u32 PropertySet::UnmarshalNext(BinaryReader& stream) {
   u32 tag = 0;
   ZN_RETURN_IF_FAILED(stream.ReadUInt32(&tag));
   MakeRoom();
   Property& property = *new (static_cast<void*>(&items_[count_])) Property;
   ++count_;  // what fails from here on goes with the set
-  return property.Unmarshal(tag, stream);
+  bool isKnown = false;
+  ZN_RETURN_IF_FAILED(property.Unmarshal(tag, stream, &isKnown));
+  if (!isKnown) items_[--count_].~Property();
+  return ZN_OK;
 }
 
 u32 PropertySet::Unmarshal(BinaryReader& stream) {
@@ -323,7 +332,8 @@ u32 PropertySet::Unmarshal(BinaryReader& stream) {
   bool inOrder = true;
   for (u32 i = 0; i < count; ++i) {
     ZN_RETURN_IF_FAILED(read.UnmarshalNext(stream));
-    inOrder = inOrder && (i == 0 || read.items_[i - 1].Key() < read.items_[i].Key());
+    const Property* behind = read.items_ + read.count_;
+    inOrder = inOrder && (read.count_ < 2 || behind[-2].Key() < behind[-1].Key());
   }
   if (!inOrder) read.SortAndDropRepeats();
   stream.Leave();

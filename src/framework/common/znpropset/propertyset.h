@@ -51,8 +51,9 @@ class Property {
 
   void Print(std::string& out, u32 indent) const;
   void Marshal(BinaryWriter& stream) const;
-  // The tag has been read. ZNE_UNEXPECTED on bad bytes.
-  [[nodiscard]] u32 Unmarshal(u32 tag, BinaryReader& stream);
+  // The tag has been read. ZNE_UNEXPECTED on bad bytes, and for one new name too many. `*isKnown`
+  // is false for a property that the reader leaves out.
+  [[nodiscard]] u32 Unmarshal(u32 tag, BinaryReader& stream, bool* isKnown);
   void WriteXml(XmlTextStream& stream) const;
 
  private:

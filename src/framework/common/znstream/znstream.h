@@ -125,11 +125,17 @@ inline constexpr u32 kMaxNesting = 256;
 // on every level of nesting, on the promise of the same bytes.
 inline constexpr u32 kRoomAhead = 64;
 
+// What becomes of properties with a name that this process has never met: kKnown leaves them out.
+// Nobody could ask for them, and a peer that has not logged on could otherwise fill the table of
+// names.
+enum class NamesRead : u8 { kAll, kKnown };
+
 // Every read answers 0 or ZNE_UNEXPECTED, and writes its result on success only.
 class BinaryReader {
  public:
-  BinaryReader(const void* data, size_t length) noexcept
-      : at_(static_cast<const u8*>(data)), end_(at_ + length) {}
+  BinaryReader(const void* data, size_t length, NamesRead names = NamesRead::kAll) noexcept
+      : at_(static_cast<const u8*>(data)), end_(at_ + length), names_(names) {}
+  [[nodiscard]] NamesRead Names() const noexcept { return names_; }
 
   [[nodiscard]] size_t Left() const noexcept { return static_cast<size_t>(end_ - at_); }
   // The next `count` bytes in place, or null when there are fewer.
@@ -172,6 +178,7 @@ class BinaryReader {
   const u8* at_;
   const u8* end_;
   u32 depth_ = 0;
+  NamesRead names_;
 };
 
 // The text dress: elements around numbers and texts, nothing escaped, binary left out on purpose.
