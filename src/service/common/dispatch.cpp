@@ -94,7 +94,7 @@ void HandOver(Exchange& exchange, u32 result, u32* outLength, void** out) {
                            u32 address, u32 connectionId) {
   const ClientPtr client = server.clients.Find(address, connectionId);
   PropertySet request;
-  BinaryReader reader(in, inLength);
+  BinaryReader reader(in, inLength, IsLoggedOn(client) ? NamesRead::kAll : NamesRead::kKnown);
   Exchange exchange{server, client, address, connectionId, request, {}, {}};
   u32 result = ZNE_INVALID_ARGUMENTS;
   if (ReadRequest(server, client, exchange, reader, &request) && !Serve(exchange, &result)) {

@@ -39,15 +39,15 @@ class ReadyGate {
 };
 
 struct Server {
-  Server(Transport& theTransport, LogonHost& theHost) noexcept
-      : transport(theTransport), host(theHost), sender(clients, serviceIds, transport, traces) {}
+  // Throws std::bad_alloc.
+  Server(Transport& theTransport, LogonHost& theHost);
 
   // Written by the start and the stop alone, while no request can come.
   TraceFlags traces;
   ServerOptions options;
   bool noTokenLogon = false;  // never grant type 4, which no host of ours does
   bool logonBypass = false;   // the host of the service asked for it: any password is good
-  bool isKeepAliveDisabled = false;
+  std::atomic<bool> isKeepAliveDisabled{false};
   AccessLists access;
 
   std::atomic<u32> pingToken{0};

@@ -73,7 +73,7 @@ struct Offer {
   ZN_RETURN_IF_FAILED(ReadOption(request, wire::kAuthenticationKey, &offer->authentication));
   if (request.Find(wire::kDataKey) == nullptr) return ZNE_PROPERTY_NOT_FOUND;
   PropertySet room;
-  const PropertySet* data = wire::FindNestedSet(request, wire::kDataKey, &room);
+  const PropertySet* data = wire::FindNestedSet(request, wire::kDataKey, &room, NamesRead::kKnown);
   if (data == nullptr) return ZNE_INVALID_ARGUMENTS;
   return ReadOption(*data, wire::kEncryptionKeyIndexKey, &offer->keyCount);
 }

@@ -103,6 +103,19 @@ TEST_F(Dispatch, AnswersAMessageWithoutANumberWithTheResultAlone) {
   }
 }
 
+TEST_F(Dispatch, AStrangerMakesNoNames) {
+  Connect();
+  PropertyName name;
+  // Set up as bytes: a set would make the name itself.
+  std::string bytes = BytesOf(Message(4711));
+  bytes.replace(bytes.find("Message"), 7, "Mxyzzyq");
+  EXPECT_EQ(SendBytes(bytes).Result(), ZNE_INVALID_ARGUMENTS);
+  EXPECT_FALSE(PropertyName::Find("Mxyzzyq", &name));
+  LogOn(2);
+  EXPECT_EQ(SendBytes(bytes, 2).Result(), ZNE_INVALID_ARGUMENTS);
+  EXPECT_TRUE(PropertyName::Find("Mxyzzyq", &name));
+}
+
 TEST_F(Dispatch, AnswersANumberOfAnotherTypeLikeNone) {
   Connect();
   PropertySet set;

@@ -4,14 +4,14 @@
 namespace zn::wire {
 
 const PropertySet* FindNestedSet(const PropertySet& message, std::string_view key,
-                                 PropertySet* room) {
+                                 PropertySet* room, NamesRead names) {
   const Property* property = message.Find(key);
   if (property == nullptr) return nullptr;
   const Value& value = property->GetValue();
   if (value.Tag() == ZN_TYPE_PROPSET) return &value.AsSet();
   if (value.Tag() != ZN_TYPE_BINARY) return nullptr;
   const std::string_view bytes = value.AsBinary();
-  BinaryReader reader(bytes.data(), bytes.size());
+  BinaryReader reader(bytes.data(), bytes.size(), names);
   return ZN_FAILED(room->Unmarshal(reader)) ? nullptr : room;
 }
 
