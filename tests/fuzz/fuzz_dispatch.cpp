@@ -9,6 +9,7 @@
 
 #include "framework/common/znapi/framework.h"
 #include "framework/common/zncore/database.h"
+#include "framework/common/znprov/provider.h"
 #include "framework/common/znprov/systemprovider.h"
 #include "service/common/server.h"
 #include "support/common/fastlock.h"
@@ -60,7 +61,7 @@ struct World {
   }
   NoTransport transport;
   NoHost host;
-  Server server{transport, host};
+  ServerObject server{transport, host};
 };
 
 // One life for the whole run.

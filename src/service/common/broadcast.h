@@ -11,7 +11,7 @@
 
 namespace zn {
 
-struct Server;
+struct ServerObject;
 
 // What a discovery reply says beside the host's name and addresses.
 struct HostDescription {
@@ -31,7 +31,7 @@ struct HostDescription {
 
 class BroadcastListener {
  public:
-  explicit BroadcastListener(Server& server) noexcept : server_(server) {}
+  explicit BroadcastListener(ServerObject& server) noexcept : server_(server) {}
   ~BroadcastListener() { Stop(); }
   BroadcastListener(const BroadcastListener&) = delete;
   BroadcastListener& operator=(const BroadcastListener&) = delete;
@@ -49,7 +49,7 @@ class BroadcastListener {
   void AnswerPing(u32 address, u32 port);
   void AnswerDiscovery(u32 address, u32 port);
 
-  Server& server_;
+  ServerObject& server_;
   HostDescription description_;
   DatagramSocket socket_;
   bool isOpen_ = false;  // written before the thread starts

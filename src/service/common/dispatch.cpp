@@ -70,8 +70,9 @@ constexpr MessageRow kUnknown = {0, Needs::kLogon, [](Exchange&) -> u32 { return
 }
 
 // False when the buffer is not to be served any further.
-[[nodiscard]] bool ReadRequest(Server& server, const ClientPtr& client, const Exchange& exchange,
-                               BinaryReader& reader, PropertySet* request) {
+[[nodiscard]] bool ReadRequest(ServerObject& server, const ClientPtr& client,
+                               const Exchange& exchange, BinaryReader& reader,
+                               PropertySet* request) {
   if (!ZN_FAILED(request->Unmarshal(reader))) return true;
   if (!IsLoggedOn(client)) {
     ZN_TRACE(6, "ZnSendReceive: Unauthorized bad client");
@@ -90,8 +91,8 @@ void HandOver(Exchange& exchange, u32 result, u32* outLength, void** out) {
   *out = exchange.bytes.Buffer().Take(outLength);
 }
 
-[[nodiscard]] u32 Dispatch(Server& server, u32 inLength, const void* in, u32* outLength, void** out,
-                           u32 address, u32 connectionId) {
+[[nodiscard]] u32 Dispatch(ServerObject& server, u32 inLength, const void* in, u32* outLength,
+                           void** out, u32 address, u32 connectionId) {
   const ClientPtr client = server.clients.Find(address, connectionId);
   PropertySet request;
   BinaryReader reader(in, inLength, IsLoggedOn(client) ? NamesRead::kAll : NamesRead::kKnown);
@@ -121,7 +122,7 @@ void WriteAnswerEnd(BinaryWriter& stream, u32 message, u32 status) {
   stream.WriteUInt32(status);
 }
 
-u32 ZnSendReceive(Server& server, u32 inLength, const void* in, u32* outLength, void** out,
+u32 ZnSendReceive(ServerObject& server, u32 inLength, const void* in, u32* outLength, void** out,
                   u32 address, u32 connectionId) noexcept {
   const Refusal refusals[] = {
       {inLength == 0, "ZnSendReceive: ulcInData = 0"},
@@ -156,7 +157,7 @@ void QueueMarkerOfId(u32 serviceId, void*) {
 // Most requests change nothing, and then nothing stands before their answers: a change that the
 // request made was queued before its provider returned. The change queue is looked at first, since
 // a change is counted by the sender before the queue forgets it.
-void WaitForChangesToLeave(Server& server) noexcept {
+void WaitForChangesToLeave(ServerObject& server) noexcept {
   if (server.sendsNothing.load(std::memory_order_relaxed)) return;
   if (ChangesUnderWay() == 0 && server.sender.UnderWay() == 0) return;
   u32 serviceId = 0;

@@ -9,7 +9,7 @@
 namespace zn {
 
 struct Exchange {
-  Server& server;
+  ServerObject& server;
   const ClientPtr& client;  // null for a connection that is not in the table (any more)
   u32 address;
   u32 connectionId;

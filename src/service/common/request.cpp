@@ -20,7 +20,7 @@ namespace {
 
 // The client's first request for objects: from here on it hears of changes. Before the request is
 // served, so that no change falls between the two.
-void CountListener(Server& server, ClientEntry& client) {
+void CountListener(ServerObject& server, ClientEntry& client) {
   if ((client.state.load(std::memory_order_acquire) & kClientAwaitsCache) == 0) return;
   const BusLock lock;
   if (client.isGone) return;
@@ -124,7 +124,7 @@ struct CallAnswer {
 }  // namespace
 
 u32 ServeCacheRequest(Exchange& exchange) {
-  Server& server = exchange.server;
+  ServerObject& server = exchange.server;
   if (server.traces.Dispatch()) {
     ZN_TRACE(6, "CacheRequest by client %ul %ul", exchange.address, exchange.connectionId);
   }

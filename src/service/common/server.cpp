@@ -20,7 +20,7 @@ void KnowNamesOfStrangers() {
 
 }  // namespace
 
-Server::Server(Transport& theTransport, LogonHost& theHost)
+ServerObject::ServerObject(Transport& theTransport, LogonHost& theHost)
     : transport(theTransport), host(theHost), sender(clients, serviceIds, transport, traces) {
   KnowNamesOfStrangers();
 }

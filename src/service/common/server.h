@@ -18,6 +18,7 @@
 #include "service/common/serviceid.h"
 #include "service/common/traceflags.h"
 #include "service/common/transport.h"
+#include "support/common/platform.h"
 #include "support/common/sync.h"
 #include "zn/types.h"
 
@@ -38,9 +39,9 @@ class ReadyGate {
   bool ended_ ZN_GUARDED_BY(mutex_) = false;
 };
 
-struct Server {
+struct ServerObject {
   // Throws std::bad_alloc.
-  Server(Transport& theTransport, LogonHost& theHost);
+  ServerObject(Transport& theTransport, LogonHost& theHost);
 
   // Written by the start and the stop alone, while no request can come.
   TraceFlags traces;
@@ -50,6 +51,9 @@ struct Server {
   std::atomic<bool> isKeepAliveDisabled{false};
   AccessLists access;
 
+  // What fills challenges: the host's random bytes. Tests give their own, so that a session's bytes
+  // are the same each time.
+  bool (*random)(void* out, size_t count) noexcept = RandomBytes;
   std::atomic<u32> pingToken{0};
   std::atomic<bool> isReady{false};       // the system database stands
   std::atomic<bool> sendsNothing{false};  // no send thread: no marker ever comes by
@@ -65,18 +69,18 @@ struct Server {
 
 // The two callbacks of the communication layer; the client table's side of a connection. A non-zero
 // result refuses a new one.
-[[nodiscard]] u32 ClientConnected(Server& server, const char* host, const char* hostAgain,
+[[nodiscard]] u32 ClientConnected(ServerObject& server, const char* host, const char* hostAgain,
                                   u32 address, u32 connectionId) noexcept;
-void ClientDisconnected(Server& server, u32 address, u32 connectionId) noexcept;
+void ClientDisconnected(ServerObject& server, u32 address, u32 connectionId) noexcept;
 
 // Serves one buffer of a client: the answer is a block for ZnFree. With a failure that has no
 // answer the outputs stay as they were, and the result goes to the client as the frame's status
 // alone. The requests of one connection come one at a time.
-[[nodiscard]] u32 ZnSendReceive(Server& server, u32 inLength, const void* in, u32* outLength,
+[[nodiscard]] u32 ZnSendReceive(ServerObject& server, u32 inLength, const void* in, u32* outLength,
                                 void** out, u32 address, u32 connectionId) noexcept;
 
 // Returns when every change that was queued before the call has left for the clients, which it does
 // at once when nothing is on its way.
-void WaitForChangesToLeave(Server& server) noexcept;
+void WaitForChangesToLeave(ServerObject& server) noexcept;
 
 }  // namespace zn

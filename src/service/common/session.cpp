@@ -9,7 +9,6 @@
 #include "framework/common/znwire/nestedset.h"
 #include "service/common/exchange.h"
 #include "support/common/fastlock.h"
-#include "support/common/platform.h"
 #include "support/common/status.h"
 #include "support/common/trace.h"
 #include "ucl/common/cipher.h"
@@ -20,7 +19,7 @@ namespace zn {
 
 // --- Connections -------------------------------------------------------------------------------
 
-u32 ClientConnected(Server& server, const char* host, const char* hostAgain, u32 address,
+u32 ClientConnected(ServerObject& server, const char* host, const char* hostAgain, u32 address,
                     u32 connectionId) noexcept try {
   server.clients.Add(std::make_shared<ClientEntry>(address, connectionId, host, hostAgain));
   ZN_TRACE(3, "ZnSvc:Client connected. Address = %s", host);
@@ -29,7 +28,7 @@ u32 ClientConnected(Server& server, const char* host, const char* hostAgain, u32
   return ZNE_OUT_OF_MEMORY;
 }
 
-void ClientDisconnected(Server& server, u32 address, u32 connectionId) noexcept {
+void ClientDisconnected(ServerObject& server, u32 address, u32 connectionId) noexcept {
   const ClientPtr client = server.clients.Remove(address, connectionId);
   if (client == nullptr) return;  // told before
   {
@@ -92,7 +91,7 @@ struct Offer {
   return keys == 0 ? ZNE_CLIENT_NO_EXCHANGE_CAPS : ZN_OK;
 }
 
-void WriteSessionAnswer(const Server& server, const SessionOptions& session, u32 slot,
+void WriteSessionAnswer(const ServerObject& server, const SessionOptions& session, u32 slot,
                         PropertySet* answer) {
   PropertySet data;
   data.Put(wire::kEncryptionKeyIndexKey, Value::UInt32(session.encryptionKeyIndex));
@@ -173,7 +172,7 @@ struct SecretCredentials : Credentials {
   return status == ZNE_PROPERTY_NOT_FOUND ? ZN_OK : status;
 }
 
-[[nodiscard]] u32 LogOnByPassword(Server& server, const ClientEntry& client,
+[[nodiscard]] u32 LogOnByPassword(ServerObject& server, const ClientEntry& client,
                                   const Credentials& credentials) noexcept {
   if (server.logonBypass) return ZN_OK;
   bool isGood = false;
@@ -187,7 +186,7 @@ struct SecretCredentials : Credentials {
   return isGood ? ZN_OK : ZNE_ACCESS_DENIED;
 }
 
-[[nodiscard]] u32 LogOnByToken(Server& server, const ClientEntry& client,
+[[nodiscard]] u32 LogOnByToken(ServerObject& server, const ClientEntry& client,
                                const Credentials& credentials) {
   const u32 chosen = server.slots.Choose(client.session.authentication);
   if (chosen != wire::kAuthenticationSharedMemory) return ZNE_UNEXPECTED;
@@ -213,7 +212,7 @@ struct SecretCredentials : Credentials {
 
 // A warning says that no credential was checked. The status test counts it as a success, and a
 // service that was told to takes it for one.
-[[nodiscard]] bool LetsIn(const Server& server, u32 status) noexcept {
+[[nodiscard]] bool LetsIn(const ServerObject& server, u32 status) noexcept {
   if (ZN_FAILED(status)) return false;
   return status == ZN_OK || server.options.acceptLogonWarnings;
 }
@@ -226,7 +225,7 @@ struct SecretCredentials : Credentials {
 u32 ServeSessionOffer(Exchange& exchange) {
   Offer offer;
   ZN_RETURN_IF_FAILED(ReadOffer(exchange.request, &offer));
-  Server& server = exchange.server;
+  ServerObject& server = exchange.server;
   SessionOptions session;
   session.version = wire::kProtocolVersion;
   u32 status = AgreeOnEncryption(offer.encryption, &session.encryption);
@@ -252,7 +251,7 @@ u32 ServeChallengeRequest(Exchange& exchange) {
   if (exchange.client == nullptr || !exchange.client->challenge.empty()) return ZNE_UNEXPECTED;
   length = std::clamp(length, wire::kMinChallengeLength, wire::kMaxChallengeLength);
   std::vector<u8> challenge(length);
-  if (!RandomBytes(challenge.data(), challenge.size())) return ZNE_UNEXPECTED;
+  if (!exchange.server.random(challenge.data(), challenge.size())) return ZNE_UNEXPECTED;
   exchange.answer.Put(wire::kDataKey, Value::Binary(challenge.data(), length));
   exchange.client->challenge = std::move(challenge);
   return ZN_OK;

@@ -35,7 +35,7 @@ constexpr u32 kStopPatienceMs = 30000;
 // The server of this process, from its start to its stop.
 struct RunningServer {
   UclTransport transport;
-  Server server{transport, ThisLogonHost()};
+  ServerObject server{transport, ThisLogonHost()};
   BroadcastListener broadcast{server};
   u32 port = 0;
 };
@@ -55,7 +55,7 @@ u32 OnData(u32 oneWay, u32* address, u32* connectionId, u32 length, void* data, 
 
 u32 OnConnection(char* host, char* hostAgain, u32* address, u32* connectionId, u32 connected,
                  void* context) {
-  Server& server = static_cast<RunningServer*>(context)->server;
+  ServerObject& server = static_cast<RunningServer*>(context)->server;
   if (connected != 0) return ClientConnected(server, host, hostAgain, *address, *connectionId);
   ClientDisconnected(server, *address, *connectionId);
   return ZN_OK;
@@ -98,7 +98,7 @@ void OpenPort(RunningServer& self) {
   self.transport.SetServer(handle);
 }
 
-void ReadKeepAlive(Server& server) {
+void ReadKeepAlive(ServerObject& server) {
   u32 disabled = 0;
   ReadDwordSetting(HkeyMiraRoot(), nullptr, u"DisableKeepAlive", 0, &disabled);
   server.isKeepAliveDisabled = disabled != 0;
@@ -130,7 +130,7 @@ void StartThreads(RunningServer& self) {
 [[nodiscard]] u32 StartServer(TraceFlagRow* settings, u32 port, bool noTokenDcom,
                               bool logonBypass) {
   RunningServer& self = *running;
-  Server& server = self.server;
+  ServerObject& server = self.server;
   server.noTokenLogon = noTokenDcom;
   server.logonBypass = logonBypass;
   self.port = port == 0 ? kStandardPort : port;
@@ -162,7 +162,7 @@ void StartThreads(RunningServer& self) {
 // --- Stop --------------------------------------------------------------------------------------
 
 // Who waits for something that a running server would bring waits for it no longer.
-void EndWaits(Server& server) {
+void EndWaits(ServerObject& server) {
   server.serviceIds.EndWaits();
   server.slots.EndWaits();
   server.allLoaded.End();

@@ -227,7 +227,7 @@ TEST_F(RemoteServer, FindsObjectsWithAnInterface) {
   DBNode* other = Make();
   DBNode* hidden = Make("Thing", OBJECT_HIDDEN);
   for (DBNode* node : {thing, other, hidden}) {
-    ASSERT_EQ(node->AddInterface(kInterface, provider_->GetId()), ZN_OK);
+    ASSERT_EQ(database_->RegisterInterface(node, kInterface, provider_->GetId()), ZN_OK);
   }
   EXPECT_THAT(Found(ByInterface("Thing", kInterface)), ElementsAre(Is(thing->Guid())));
   EXPECT_THAT(Found(ByInterface("KELD_Object", kInterface)),

@@ -123,7 +123,7 @@ class ServiceTest : public BusTest {
  protected:
   void SetUp() override {
     script = {};
-    server_ = std::make_unique<Server>(transport_, host_);
+    server_ = std::make_unique<ServerObject>(transport_, host_);
     current = server_.get();
     ASSERT_TRUE(StartFramework(0));
     {
@@ -270,11 +270,11 @@ class ServiceTest : public BusTest {
     return object;
   }
 
-  static inline Server* current = nullptr;
+  static inline ServerObject* current = nullptr;
 
   FakeTransport transport_;
   FakeHost host_;
-  std::unique_ptr<Server> server_;
+  std::unique_ptr<ServerObject> server_;
 };
 
 }  // namespace zn::test

@@ -246,7 +246,7 @@ TEST_F(Session, TellsThatTheLengthIsMissing) {
 }
 
 TEST_F(Session, AnswersTheFirstMessageOnlyWhenAllProvidersHaveLoaded) {
-  Server other(transport_, host_);
+  ServerObject other(transport_, host_);
   EXPECT_EQ(ClientConnected(other, "127.0.0.1", "127.0.0.1", kPeer, 1), ZN_OK);
   const std::string bytes = BytesOf(ChallengeRequest());
   u32 length = 0;
@@ -262,7 +262,7 @@ TEST_F(Session, AnswersTheFirstMessageOnlyWhenAllProvidersHaveLoaded) {
 }
 
 TEST_F(Session, LetsTheFirstMessageGoWhenTheStopComesBeforeTheEndOfTheStart) {
-  Server other(transport_, host_);
+  ServerObject other(transport_, host_);
   EXPECT_EQ(ClientConnected(other, "127.0.0.1", "127.0.0.1", kPeer, 1), ZN_OK);
   const std::string bytes = BytesOf(ChallengeRequest());
   std::future<u32> answer = std::async(std::launch::async, [&] {
