@@ -93,8 +93,9 @@ u32 CreatePingToken() {
 
 bool BroadcastListener::Start(const std::string& bindAddress, u32 port) noexcept {
   try {
-    isOpen_ = socket_.Open();  // here, so that a stop finds it whenever it comes
-    thread_ = std::thread([this, bindAddress, port] { Run(bindAddress, port); });
+    description_ = DescribeHost();
+    if (!OpenPort(bindAddress, port)) return true;
+    thread_ = std::thread([this] { Run(); });
     return true;
   } catch (...) {
     return false;
@@ -107,19 +108,20 @@ void BroadcastListener::Stop() noexcept {
   thread_.join();
 }
 
-void BroadcastListener::Run(const std::string& bindAddress, u32 port) noexcept try {
-  description_ = DescribeHost();
-  if (!isOpen_) {
+void BroadcastListener::Run() noexcept try { Listen(); } catch (const std::bad_alloc&) {
+}
+
+bool BroadcastListener::OpenPort(const std::string& bindAddress, u32 port) {
+  if (!socket_.Open()) {
     ZN_TRACE(6, "BroadcastListener: Socket creation failed");
-    return;
+    return false;
   }
   if (!BindTo(bindAddress, port)) {
     ZN_TRACE(6, "Bind failed for BroadcastListener");
-    return;
+    return false;
   }
   ZN_TRACE(1, "Bind successful for BroadcastListener");
-  Listen();
-} catch (const std::bad_alloc&) {
+  return true;
 }
 
 bool BroadcastListener::BindTo(const std::string& bindAddress, u32 port) {

@@ -36,14 +36,16 @@ class BroadcastListener {
   BroadcastListener(const BroadcastListener&) = delete;
   BroadcastListener& operator=(const BroadcastListener&) = delete;
 
-  // Starts the thread; false when there is none to be had. A socket that cannot be had ends the
-  // thread, traced. `bindAddress` is that of the service, empty for every address.
+  // Opens the port, so that it answers from the return on, and starts the thread; false when there
+  // is none to be had. Without a port, which is traced, there is no thread, and that is no failure.
+  // `bindAddress` is that of the service, empty for every address.
   [[nodiscard]] bool Start(const std::string& bindAddress, u32 port) noexcept;
   void Stop() noexcept;
 
  private:
-  void Run(const std::string& bindAddress, u32 port) noexcept;
+  [[nodiscard]] bool OpenPort(const std::string& bindAddress, u32 port);
   [[nodiscard]] bool BindTo(const std::string& bindAddress, u32 port);
+  void Run() noexcept;
   void Listen();
   void Answer(u32 command, u32 address, u32 port);
   void AnswerPing(u32 address, u32 port);
@@ -52,7 +54,6 @@ class BroadcastListener {
   ServerObject& server_;
   HostDescription description_;
   DatagramSocket socket_;
-  bool isOpen_ = false;  // written before the thread starts
   std::thread thread_;
 };
 
