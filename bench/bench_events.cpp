@@ -1,5 +1,5 @@
-// Events: from the raise to the provider's event slot, with a thousand registrations of other
-// topics in the tree.
+// Events and alerts: from the raise to the provider's event slot, with a thousand registrations of
+// other topics in the tree.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -68,6 +68,47 @@ void RaiseLatency(benchmark::State& state) {
   ZN_MUST(PsDestroyPropset(data));
 }
 BENCHMARK(RaiseLatency)->UseRealTime();
+
+// An alert with two insertions, one of ten that are published.
+constexpr const char* kAlertTopic = "event.bench.mine.alert9";
+
+void PublishAlerts() {
+  const GUID catalog = {1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
+  const I18nString message{catalog, 1, const_cast<char*>("The disk %1 is %2 percent full.")};
+  const I18nString text{catalog, 2, const_cast<char*>("Disk full")};
+  for (int i = 0; i < 10; ++i) {
+    const std::string topic = "event.bench.mine.alert" + std::to_string(i);
+    const AlertDescriptor alert{topic.c_str(), 3,     2,     &message, nullptr,
+                                &text,         &text, &text, nullptr};
+    const u32 status = ObPublishAlert(TheBus().database, TheBus().provider, &alert);
+    if (status != ZNE_ALERT_REREGISTER) ZN_MUST(status);
+  }
+}
+
+void PutText(ZnHandle set, const char* name, std::u16string text) {
+  const Property2 property{const_cast<char*>(name), ZN_TYPE_WIDESTRING, 0,
+                           static_cast<u32>((text.size() + 1) * sizeof(ZnWChar)), text.data()};
+  ZN_MUST(PsAddProperty(set, &property));
+}
+
+void RaiseAlert(benchmark::State& state) {
+  const Registrations registrations;
+  PublishAlerts();
+  ZnHandle insertions = nullptr;
+  ZN_MUST(PsCreatePropset(&insertions));
+  PutText(insertions, "AlertMsg1", u"sda");
+  PutText(insertions, "AlertMsg2", u"97");
+  const u64 before = EventsReceived();
+  u64 raised = 0;
+  for (auto _ : state) {
+    ZN_MUST(ObRaiseAlert(TheBus().database, TheBus().provider, kAlertTopic, insertions, nullptr));
+    if (++raised % 1024 == 0) WaitForEvents(before + raised);
+  }
+  WaitForEvents(before + raised);
+  state.SetItemsProcessed(state.iterations());
+  ZN_MUST(PsDestroyPropset(insertions));
+}
+BENCHMARK(RaiseAlert)->UseRealTime();
 
 }  // namespace
 }  // namespace zn::bench

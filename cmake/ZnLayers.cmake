@@ -2,11 +2,14 @@
 # include that points upwards does not compile. Sources include by path from src/
 # ("support/common/sync.h"); each layer has an include root that holds nothing but itself.
 function(zn_add_layer name)
-  cmake_parse_arguments(LAYER "" "" "USES" ${ARGN})
+  cmake_parse_arguments(LAYER "" "EXCLUDE" "USES" ${ARGN})
   set(root ${CMAKE_BINARY_DIR}/include_roots/${name})
   file(MAKE_DIRECTORY ${root})
   file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${name} ${root}/${name} SYMBOLIC)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp)
+  if(LAYER_EXCLUDE)  # folders of the layer that are compiled in a way of their own
+    list(FILTER sources EXCLUDE REGEX "${LAYER_EXCLUDE}")
+  endif()
   if(NOT sources)  # a layer that has only headers yet
     file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/empty_${name}.cpp CONTENT "")
     list(APPEND sources ${CMAKE_BINARY_DIR}/empty_${name}.cpp)

@@ -8,8 +8,8 @@ set -euo pipefail
 build_packages=(
   # compiler and build tools
   g++ cmake ninja-build ccache pkg-config
-  # the library: settings file
-  libtomlplusplus-dev
+  # the library: settings file, formalization documents
+  libtomlplusplus-dev libxerces-c-dev
   # checksums, devices, mounts and network interfaces of the inventory provider
   libssl-dev libudev-dev libmount-dev libnl-route-3-dev
   # logons, and the notices to systemd of the service

@@ -11,8 +11,9 @@
 
 ZN_EXTERN_C_BEGIN
 
-/* Creates the system database, with the provider "system", the groups and the providers of the
- * settings, and starts the event threads unless they run. Providers load here, on the calling
+/* Creates the system database, with the provider "system", the groups, the files offered to clients
+ * (KELD_Extension objects), the two alerts of the server itself and the providers of the settings,
+ * and starts the event threads unless they run. Providers load here, on the calling
  * thread; each has its Initialize called with no lock of the library held.
  *
  *   flags     1: this process hosts the system database. 0: nothing is created; `database` receives
@@ -30,7 +31,8 @@ ZN_EXTERN_C_BEGIN
  * ZNE_OUT_OF_MEMORY; ZNE_PROVIDER_GROUP_REG_MISSING and ZNE_PROVIDER_REG_UNREADABLE without the
  * settings keys "ProviderGroup" and "Providers"; ZNE_PROVIDER_GROUP_REG_DAMAGED when the groups
  * cannot be listed (a name of more than 127 characters, say); ZNE_PROVIDER_REG_CIRCULAR for groups
- * that depend on each other in a circle. A provider that fails is none of these: its name stands in
+ * that depend on each other in a circle; ZNE_ALERT_REREGISTER when something has published an alert
+ * of the server already. A provider that fails is none of these: its name stands in
  * the property FAILED_PROVIDERS of the provider "system". A failed start leaves what it made; the
  * process is expected to call ShutdownServer and end.
  *
@@ -63,11 +65,12 @@ ZN_API u32 ZnInitialize(u32 flags, ZnChangeCallback change, ZnEventCallback even
 ZN_API u32 InitializeServer(TraceFlagRow* settings, u32 port, u8 noTokenDcom, u8 logonBypass);
 
 /* Stops the server: refuses further provider calls and waits without limit for those that run,
- * raises the alert "event.alert.keld.server.shutdown", ends the sending to clients and closes their
- * connections, ends the event threads (what is still queued is dropped), calls Shutdown of every
- * provider in the reverse of their load order and unloads their libraries, deletes the databases,
- * ends tracing. From then on every handle is refused with ZNE_INVALID_ARGUMENTS; private databases
- * and property sets of the caller are not freed.
+ * raises the alert "event.alert.keld.server.shutdown" and waits up to 30 seconds until it has been
+ * delivered with all that was raised before it, ends the sending to clients and closes their
+ * connections, ends the event threads (what is queued after that is dropped), calls Shutdown of
+ * every provider in the reverse of their load order and unloads their libraries, deletes the
+ * databases, ends tracing. From then on every handle is refused with ZNE_INVALID_ARGUMENTS; private
+ * databases and property sets of the caller are not freed.
  *
  * Not from a provider's slot, a task callback, an event or a change callback: it would wait for
  * itself. Without a system database it ends tracing alone. Always returns ZN_OK.

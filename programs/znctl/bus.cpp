@@ -226,6 +226,9 @@ void FlatProperty::FillScalar(const Value& value) {
     sets_.emplace_back(*set);
     record_.Value = sets_.back().Handle();
     record_.Size = 8;
+  } else if (const auto* message = std::get_if<Message>(&value.data);
+             message != nullptr && value.type == ZN_TYPE_I18N) {
+    FillMessage(*message);
   } else if (const auto* text = std::get_if<std::string>(&value.data)) {
     const std::u16string wide = ToUtf16(*text);
     const bool isWide = value.type == ZN_TYPE_WIDESTRING;
@@ -234,6 +237,13 @@ void FlatProperty::FillScalar(const Value& value) {
   } else {
     throw UsageError(fmt::format("a value of type \"{}\" cannot be sent", TypeName(value.type)));
   }
+}
+
+void FlatProperty::FillMessage(const Message& message) {
+  texts_.push_back(std::make_unique<std::string>(message.name));
+  const I18nString record{message.catalog.guid, message.number, texts_.back()->data()};
+  record_.Value = Keep(&record, sizeof(record));
+  record_.Size = static_cast<u32>(sizeof(record) + std::strlen(texts_.back()->c_str()) + 1);
 }
 
 void FlatProperty::FillArray(const Value& value) {

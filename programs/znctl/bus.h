@@ -54,6 +54,7 @@ class FlatProperty {
 
  private:
   void FillScalar(const Value& value);
+  void FillMessage(const Message& message);
   void FillArray(const Value& value);
   void* Keep(const void* bytes, size_t size);
 
@@ -61,6 +62,7 @@ class FlatProperty {
   std::string name_;
   std::vector<std::unique_ptr<u8[]>> blocks_;
   std::vector<Propset> sets_;
+  std::vector<std::unique_ptr<std::string>> texts_;
 };
 
 struct CallResult {

@@ -24,6 +24,7 @@ class BusSource : public ObjectSource {
 
  private:
   bool IsGroupType(const std::string& type);
+  std::string ReadName(const Id& id, const std::string& type) const;
 
   const Database& database_;
   bool allKnown_ = false;
@@ -34,7 +35,8 @@ class BusSource : public ObjectSource {
   std::unordered_map<std::string, bool> groupTypes_;
 };
 
-// The name as text, whichever of the two string types holds it.
-std::string NameFrom(const PropertyList& properties);
+// The name as text, whichever of the two string types holds it. Alerts and the files offered to
+// clients have none: they are called by their topic and by their file.
+std::string NameFrom(const std::string& type, const PropertyList& properties);
 
 }  // namespace zn::ctl

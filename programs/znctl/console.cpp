@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "failure.h"
+#include "language.h"
 #include "text.h"
 
 namespace zn::ctl {
@@ -28,6 +29,16 @@ BusSource& Console::Objects() {
 bool Console::BusEndsWithProgram() {
   Bus();
   return session_->EndsWithProgram();
+}
+
+Localizer Console::Messages() {
+  const std::optional<u32> named = locale.empty() ? LocaleOfEnvironment() : ParseLocale(locale);
+  if (!named) {
+    throw UsageError(fmt::format(
+        "there is no locale \"{}\"; name it like de or de-AT, or give its number like 1031",
+        Printable(locale)));
+  }
+  return Localizer(Bus(), *named);
 }
 
 std::string Console::Describe(const Id& id) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "bus_source.h"
+#include "localizer.h"
 #include "session.h"
 #include "terminal.h"
 
@@ -22,11 +23,15 @@ class Console {
 
   bool json = false;
   bool local = false;
+  std::string locale;  // as the user named it; empty for that of the environment
 
   const Terminal& Screen() const { return terminal_; }
   const Database& Bus();
   BusSource& Objects();
   bool BusEndsWithProgram();
+
+  // The messages of the bus in the language that the user wants.
+  Localizer Messages();
 
   // The object that the user named, with what is known of it.
   Id Resolve(const std::string& text) { return ResolveObject(Objects(), text); }
@@ -55,7 +60,10 @@ void AddTypeVerbs(CLI::App& app, Command* command);      // types, type
 void AddProviderVerbs(CLI::App& app, Command* command);  // providers
 void AddCallVerbs(CLI::App& app, Command* command);      // call, refresh
 void AddWatchVerbs(CLI::App& app, Command* command);     // watch
+void AddAlertVerbs(CLI::App& app, Command* command);     // alerts
+void AddMessageVerbs(CLI::App& app, Command* command);   // messages
 void AddSettingsVerbs(CLI::App& app, Command* command);  // settings
+void AddDocumentVerbs(CLI::App& app, Command* command);  // validate
 
 // Entries of a list as the system provider keeps them, each followed by a comma.
 std::vector<std::string> SplitProviderList(const std::string& text);

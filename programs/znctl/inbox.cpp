@@ -38,6 +38,13 @@ void OnSignal(int number) {
 
 }  // namespace
 
+Deadline DeadlineIn(double seconds) {
+  if (seconds < 0) return std::nullopt;
+  return std::chrono::steady_clock::now() +
+         std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+             std::chrono::duration<double>(seconds));
+}
+
 Inbox& Inbox::Get() {
   static Inbox* const inbox = new Inbox;  // never destroyed: see the file's head
   return *inbox;

@@ -39,6 +39,9 @@ struct TaskProgress {
 using InboxItem = std::variant<BusEvent, TaskProgress>;
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
+// That many seconds from now; none for a negative number.
+Deadline DeadlineIn(double seconds);
+
 class Inbox {
  public:
   static Inbox& Get();

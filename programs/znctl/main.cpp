@@ -33,12 +33,16 @@ struct GlobalArguments {
   bool local = false;
   bool json = false;
   std::string settings;
+  std::string locale;
 };
 
 void AddGlobals(CLI::App& app, GlobalArguments* globals) {
   app.add_flag("--local", globals->local, "Run the bus in this process, with its providers");
   app.add_option("--settings", globals->settings, "Settings file (else ZN_SETTINGS, else default)")
       ->type_name("FILE")
+      ->take_last();
+  app.add_option("--locale", globals->locale, "Language of messages: de, de-AT, 1031, 0x407")
+      ->type_name("LOCALE")
       ->take_last();
   app.add_flag("--json", globals->json, "Print JSON instead of text");
 }
@@ -57,6 +61,7 @@ int Run(const GlobalArguments& globals, const Command& command) {
   Console console(DetectTerminal());
   console.local = globals.local;
   console.json = globals.json;
+  console.locale = globals.locale;
   return command(console);
 }
 
@@ -100,7 +105,10 @@ int Main(int argc, char** argv) {
   AddProviderVerbs(app, &command);
   AddCallVerbs(app, &command);
   AddWatchVerbs(app, &command);
+  AddAlertVerbs(app, &command);
+  AddMessageVerbs(app, &command);
   AddSettingsVerbs(app, &command);
+  AddDocumentVerbs(app, &command);
   app.require_subcommand(0, 1);
   app.footer(kFooter);
   Arrange(&app);

@@ -25,7 +25,8 @@ struct ObjectInfo {
   u32 flags = 0;
   bool isGroup = false;
 
-  bool IsHidden() const { return (flags & OBJECT_HIDDEN) != 0; }
+  // Left out unless everything is asked for.
+  bool IsHidden() const { return (flags & (OBJECT_HIDDEN | OBJECT_NODISPLAY)) != 0; }
 };
 
 class ObjectSource {

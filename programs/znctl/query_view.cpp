@@ -54,9 +54,14 @@ std::string WordName(u32 word) {
                      isKeyword || word >= kQueryWords ? "" : ", " + PartName(word));
 }
 
+// A word within a sentence.
+std::string Quoted(std::string_view word) {
+  constexpr size_t kMostColumns = 30;
+  return "\"" + CutToWidth(Printable(word), kMostColumns) + "\"";
+}
+
 std::string WordOf(std::u16string_view text, const QueryText& query, u32 word) {
-  return Printable(
-      ToUtf8(text.substr(query.BeginOf(word), query.EndOf(word) - query.BeginOf(word))));
+  return ToUtf8(text.substr(query.BeginOf(word), query.EndOf(word) - query.BeginOf(word)));
 }
 
 std::string SentenceOnWords(std::u16string_view text, const QueryText& query,
@@ -74,15 +79,15 @@ std::string SentenceOnWords(std::u16string_view text, const QueryText& query,
       return fmt::format("this double quote is never closed, and all behind it is word {}",
                          fault.word + 1);
     default:
-      return fmt::format("word {} is \"{}\" and must be {}, in capitals", fault.word + 1,
-                         WordOf(text, query, fault.word), PartName(fault.word));
+      return fmt::format("word {} is {} and must be {}, in capitals", fault.word + 1,
+                         Quoted(WordOf(text, query, fault.word)), PartName(fault.word));
   }
 }
 
 std::string SentenceOnValue(const QueryFault& fault, const Property& property) {
   const std::string subject =
-      fmt::format("{}: \"{}\" is of type {}, which takes ", WordName(fault.word),
-                  Printable(property.name), TypeName(property.value.type));
+      fmt::format("{}: {} is of type {}, which takes ", WordName(fault.word), Quoted(property.name),
+                  TypeName(property.value.type));
   switch (fault.kind) {
     case QueryFaultKind::kNoBoolean:
       return subject + "TRUE, FALSE, 1 or 0";
@@ -115,32 +120,38 @@ std::optional<Explanation> ExplainMeaning(QueryText* query, u32 status,
   if (status == ZNE_TYPE_NOT_FOUND) {
     return Explanation{
         query->BeginOf(kQueryTypeWord),
-        {fmt::format("{}: there is no type \"{}\"", WordName(kQueryTypeWord), Printable(type)),
+        {fmt::format("{}: there is no type {}", WordName(kQueryTypeWord), Quoted(type)),
          "znctl --local types shows the types that there are"}};
   }
   const PropertyList properties = declared(type.empty() ? "KELD_Object" : type);
   const Property* property = FindProperty(properties, name);
   const size_t place = query->BeginOf(kQueryPropertyWord);
   if (status == ZNE_PROPERTY_NOT_FOUND) {
-    return Explanation{place,
-                       {fmt::format("{}: the type declares no \"{}\"", WordName(kQueryPropertyWord),
-                                    Printable(name)),
-                        "it has: " + NamesOf(properties)}};
+    return Explanation{
+        place,
+        {fmt::format("{}: the type declares no {}", WordName(kQueryPropertyWord), Quoted(name)),
+         "it has: " + NamesOf(properties)}};
   }
   if (property == nullptr) return std::nullopt;
   if (status == ZNE_QUERY_TYPE_UNSUPPORTED) {
-    return Explanation{place,
-                       {fmt::format("{}: \"{}\" is of type {}, which no query can ask for",
-                                    WordName(kQueryPropertyWord), Printable(name),
-                                    TypeName(property->value.type))}};
+    return Explanation{
+        place,
+        {fmt::format("{}: {} is of type {}, which no query can ask for",
+                     WordName(kQueryPropertyWord), Quoted(name), TypeName(property->value.type))}};
   }
   u64 number = 0;
   if (query->ReadValue(property->value.type, &number)) return std::nullopt;
   return Explanation{query->Fault().offset, {SentenceOnValue(query->Fault(), *property)}};
 }
 
+bool IsOfTheText(u32 status) {
+  return status == ZNE_INVALID_ARGUMENTS || status == ZNE_TYPE_NOT_FOUND ||
+         status == ZNE_PROPERTY_NOT_FOUND || status == ZNE_QUERY_TYPE_UNSUPPORTED;
+}
+
 std::optional<Explanation> Explain(std::u16string_view text, u32 status,
                                    const DeclaredProperties& declared) {
+  if (!IsOfTheText(status)) return std::nullopt;
   if (text.size() > kMostUnits) {
     return Explanation{
         kMostUnits,
@@ -160,12 +171,16 @@ struct Candidate {
   size_t count = 0;  // hits that have it
   bool differs = false;
   bool hasText = false;
+  bool isDefault = true;  // in every hit
   size_t width = 0;
   std::string first;
 
   bool IsArray() const { return (type & ZN_TYPE_ARRAY) != 0; }
   // The smaller, the more worth a column.
-  int Rank() const { return ((flags & ZN_PROPERTY_INDEXED) != 0 ? 0 : 1) + (IsArray() ? 2 : 0); }
+  int Rank() const {
+    const bool isIndexed = (flags & ZN_PROPERTY_INDEXED) != 0;
+    return (isIndexed ? 0 : 1) + (isDefault ? 2 : 0) + (IsArray() ? 4 : 0);
+  }
 };
 
 bool MayBeShown(const Property& property) {
@@ -175,7 +190,7 @@ bool MayBeShown(const Property& property) {
          type != ZN_TYPE_PROPSET && !std::holds_alternative<std::monostate>(property.value.data);
 }
 
-void Count(const Property& property, Candidate* candidate) {
+void Count(const Property& property, const Property* initial, Candidate* candidate) {
   const std::string text = Printable(FormatValue(property.value));
   if (candidate->count == 0) {
     candidate->flags = property.flags;
@@ -186,6 +201,8 @@ void Count(const Property& property, Candidate* candidate) {
   ++candidate->count;
   candidate->differs = candidate->differs || text != candidate->first;
   candidate->hasText = candidate->hasText || !text.empty();
+  const bool isInitial = initial != nullptr && property.value == initial->value;
+  candidate->isDefault = candidate->isDefault && isInitial;
   candidate->width =
       std::min(std::max(candidate->width, DisplayWidth(text)), kWidestPropertyColumn);
 }
@@ -204,12 +221,14 @@ std::vector<std::string> ExplainQuery(const std::string& text, u32 status,
   return lines;
 }
 
-std::vector<std::string> QueryColumns(const std::vector<PropertyList>& hits, size_t room) {
+std::vector<std::string> QueryColumns(const std::vector<PropertyList>& hits,
+                                      const PropertyList& defaults, size_t room) {
   constexpr size_t kGap = 2;
   std::map<std::string, Candidate> candidates;
   for (const PropertyList& properties : hits) {
     for (const Property& property : properties) {
-      if (MayBeShown(property)) Count(property, &candidates[property.name]);
+      if (!MayBeShown(property)) continue;
+      Count(property, FindProperty(defaults, property.name), &candidates[property.name]);
     }
   }
   std::vector<std::pair<int, std::string>> order;

@@ -22,9 +22,11 @@ std::vector<std::string> ExplainQuery(const std::string& text, u32 status,
                                       const DeclaredProperties& declared);
 
 // Names of the properties that are worth a column each in a table of `room` columns: of one hit
-// those that have a value, of several those in which the hits differ, the searchable ones first.
-// Hidden ones, names (which the path shows) and bytes are left out.
-std::vector<std::string> QueryColumns(const std::vector<PropertyList>& hits, size_t room);
+// those that have a value, of several those in which the hits differ. The searchable ones come
+// first, then those that somebody has given another value than the type (`defaults`) does. Hidden
+// ones, names (which the path shows) and bytes are left out.
+std::vector<std::string> QueryColumns(const std::vector<PropertyList>& hits,
+                                      const PropertyList& defaults, size_t room);
 
 // What a column of a property is wide at most.
 inline constexpr size_t kWidestPropertyColumn = 24;

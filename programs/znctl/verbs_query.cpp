@@ -72,39 +72,61 @@ bool IsNumber(const std::vector<Hit>& hits, const std::string& name) {
   });
 }
 
-// Id, path, the type where it is not the same of all, and the properties that there is room for.
-std::string RenderHits(Console& console, const std::vector<Hit>& hits) {
-  constexpr size_t kPaper = 80;       // columns where no terminal says how many
-  constexpr size_t kWidestPath = 32;  // that other columns stand back for
-  const size_t idLength = ShortIdLength(console.Objects().All());
-  std::vector<PropertyList> properties;
-  size_t pathWidth = 4;
-  size_t typeWidth = 0;
-  for (const Hit& hit : hits) {
-    properties.push_back(hit.properties);
-    pathWidth = std::max(pathWidth, DisplayWidth(hit.path));
-    if (hit.info.type != hits.front().info.type) typeWidth = kWidestPropertyColumn;
-  }
-  const size_t width = console.Screen().width == 0 ? kPaper : console.Screen().width;
-  const size_t taken = idLength + 2 + std::min(pathWidth, kWidestPath) + typeWidth;
-  const std::vector<std::string> names = QueryColumns(properties, width - std::min(width, taken));
+// What the columns before the properties take, with the gap behind each.
+struct HitLayout {
+  size_t idLength = 0;
+  bool withType = false;  // where it is not the same of all
+  size_t taken = 0;
+};
 
+HitLayout LayOut(const std::vector<Hit>& hits, size_t idLength) {
+  constexpr size_t kGap = 2;
+  constexpr size_t kWidestPath = 32;  // that other columns stand back for
+  HitLayout layout;
+  layout.idLength = idLength;
+  size_t pathWidth = 0;
+  for (const Hit& hit : hits) {
+    pathWidth = std::max(pathWidth, DisplayWidth(hit.path));
+    layout.withType = layout.withType || hit.info.type != hits.front().info.type;
+  }
+  layout.taken = idLength + kGap + std::min(pathWidth, kWidestPath) +
+                 (layout.withType ? kGap + kWidestPropertyColumn : 0);
+  return layout;
+}
+
+std::vector<std::string> PropertyNames(Console& console, const std::vector<Hit>& hits,
+                                       const HitLayout& layout) {
+  constexpr size_t kPaper = 80;  // columns where no terminal says how many
+  std::vector<PropertyList> properties;
+  for (const Hit& hit : hits) properties.push_back(hit.properties);
+  const size_t width = console.Screen().width == 0 ? kPaper : console.Screen().width;
+  const PropertyList defaults = console.Bus().TypeProperties(hits.front().info.type, true);
+  return QueryColumns(properties, defaults, width - std::min(width, layout.taken));
+}
+
+std::vector<std::string> RowOf(const Hit& hit, const HitLayout& layout,
+                               const std::vector<std::string>& names) {
+  std::vector<std::string> row = {ShortId(hit.info.id, layout.idLength), hit.path};
+  if (layout.withType) row.push_back(hit.info.type);
+  for (const std::string& name : names) {
+    const Property* property = FindProperty(hit.properties, name);
+    row.push_back(property == nullptr ? "" : FormatValue(property->value));
+  }
+  return row;
+}
+
+std::string RenderHits(Console& console, const std::vector<Hit>& hits) {
+  if (hits.empty()) return "no objects\n";
+  const HitLayout layout = LayOut(hits, ShortIdLength(console.Objects().All()));
+  const std::vector<std::string> names = PropertyNames(console, hits, layout);
   std::vector<Column> columns = {{"ID", Style::kDim}, {"PATH", Style::kName, true}};
-  if (typeWidth > 0) columns.push_back({"TYPE", Style::kType, true});
+  if (layout.withType) columns.push_back({"TYPE", Style::kType, true});
   for (const std::string& name : names) {
     columns.push_back({name, Style::kPlain, true, IsNumber(hits, name)});
   }
   std::vector<std::vector<std::string>> rows;
-  for (const Hit& hit : hits) {
-    std::vector<std::string> row = {ShortId(hit.info.id, idLength), hit.path};
-    if (typeWidth > 0) row.push_back(hit.info.type);
-    for (const std::string& name : names) {
-      const Property* property = FindProperty(hit.properties, name);
-      row.push_back(property == nullptr ? "" : FormatValue(property->value));
-    }
-    rows.push_back(std::move(row));
-  }
-  return RenderTable(console.Screen(), columns, rows, "no objects");
+  for (const Hit& hit : hits) rows.push_back(RowOf(hit, layout, names));
+  return RenderTable(console.Screen(), columns, rows, "");
 }
 
 int RunQuery(Console& console, const QueryArguments& arguments) {

@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <chrono>
 
 #include "console.h"
 #include "failure.h"
@@ -34,13 +33,6 @@ bool Show(const Console& console, const WatchArguments& arguments, const Sightin
   return WriteOut(RenderSighting(console.Screen(), sighting, arguments.topics));
 }
 
-Deadline DeadlineOf(const WatchArguments& arguments) {
-  if (arguments.seconds < 0) return std::nullopt;
-  return std::chrono::steady_clock::now() +
-         std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-             std::chrono::duration<double>(arguments.seconds));
-}
-
 std::string PatternOf(Console& console, const WatchArguments& arguments) {
   if (arguments.type.empty()) return arguments.pattern;
   if (!console.Bus().TypeIsA(arguments.type, arguments.type)) {
@@ -56,7 +48,7 @@ int RunWatch(Console& console, const WatchArguments& arguments) {
   Listener listener(bus, PatternOf(console, arguments));
   listener.SkipThePast();
   Watcher watcher(bus);
-  const Deadline deadline = DeadlineOf(arguments);
+  const Deadline deadline = DeadlineIn(arguments.seconds);
   if (console.Screen().bars && !console.json && !deadline) {
     WriteError("watching; Ctrl-C ends\n");
   }

@@ -16,26 +16,6 @@ namespace {
 constexpr std::string_view kObjectTopics = "event.keld.dom.object.";
 constexpr std::string_view kTypeTopics = "event.keld.dom.type.";
 
-using TimePoint = std::chrono::system_clock::time_point;
-
-std::string ClockText(TimePoint time, bool utc) {
-  const time_t seconds =
-      std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
-  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
-                      time - std::chrono::floor<std::chrono::seconds>(time))
-                      .count();
-  tm parts{};
-  if (utc) {
-    gmtime_r(&seconds, &parts);
-  } else {
-    localtime_r(&seconds, &parts);
-  }
-  char text[32];
-  const size_t length =
-      strftime(text, sizeof(text), utc ? "%Y-%m-%dT%H:%M:%S" : "%H:%M:%S", &parts);
-  return fmt::format("{}.{:03}{}", std::string_view(text, length), ms, utc ? "Z" : "");
-}
-
 std::optional<Value> FlagsValue(u32 flags) {
   return Value{ZN_TYPE_UINT32, u64{flags}};
 }
@@ -55,6 +35,24 @@ Style StyleOfKind(const std::string& kind) {
 }
 
 }  // namespace
+
+std::string ClockText(std::chrono::system_clock::time_point time, bool utc) {
+  const time_t seconds =
+      std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                      time - std::chrono::floor<std::chrono::seconds>(time))
+                      .count();
+  tm parts{};
+  if (utc) {
+    gmtime_r(&seconds, &parts);
+  } else {
+    localtime_r(&seconds, &parts);
+  }
+  char text[32];
+  const size_t length =
+      strftime(text, sizeof(text), utc ? "%Y-%m-%dT%H:%M:%S" : "%H:%M:%S", &parts);
+  return fmt::format("{}.{:03}{}", std::string_view(text, length), ms, utc ? "Z" : "");
+}
 
 bool Sighting::IsEmpty() const {
   const bool tellsItself = kind == "raised" || kind.ends_with(".add") ||
@@ -93,7 +91,7 @@ std::optional<Watcher::Snapshot> Watcher::Read(const Id& id) const {
   std::optional<PropertyList> properties = database_.Properties(id);
   if (!type || !properties) return std::nullopt;
   Snapshot snapshot;
-  snapshot.info = {id, NameFrom(*properties), *type, database_.FlagsOf(id),
+  snapshot.info = {id, NameFrom(*type, *properties), *type, database_.FlagsOf(id),
                    database_.TypeIsA(*type, "KELD_Group")};
   snapshot.properties = WithoutHidden(*properties);
   snapshot.parents = database_.Parents(id);
@@ -161,7 +159,8 @@ Sighting Watcher::Look(const BusEvent& event) {
   if (!event.isObjectChange) return sighting;
   const auto known = known_.find(event.object);
   if (sighting.kind == "object.delete") {
-    sighting.object = ObjectInfo{event.object, NameFrom(event.data), event.type, 0, false};
+    sighting.object =
+        ObjectInfo{event.object, NameFrom(event.type, event.data), event.type, 0, false};
     sighting.path =
         known == known_.end() ? "/" + PathElement(*sighting.object) : known->second.path;
     if (known != known_.end()) known_.erase(known);

@@ -14,6 +14,9 @@
 
 namespace zn::ctl {
 
+// "15:04:02.117" of the local day, or "2026-01-31T12:00:00.123Z".
+std::string ClockText(std::chrono::system_clock::time_point time, bool utc);
+
 // One event as it is shown.
 struct Sighting {
   std::chrono::system_clock::time_point time;

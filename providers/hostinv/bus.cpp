@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "schema.h"
 #include "text.h"
 #include "zn/znmira.h"
 
@@ -63,24 +62,6 @@ struct Putter {
   }
 };
 
-// The default value for a tag of the schema.
-Value DefaultOf(u32 tag) {
-  switch (tag) {
-    case ZN_TYPE_BOOLEAN:
-      return false;
-    case ZN_TYPE_UINT32:
-      return u32{0};
-    case ZN_TYPE_UINT64:
-      return std::uint64_t{0};
-    case ZN_TYPE_TIME:
-      return Time{};
-    case ZN_TYPE_STRING:
-      return std::string();
-    default:
-      return std::vector<std::string>();
-  }
-}
-
 std::u16string ProviderName(ZnHandle provider) {
   ZnWChar* name = nullptr;
   if (ZN_FAILED(PrGetProviderName(provider, &name))) return {};
@@ -118,21 +99,6 @@ u32 SettingNumber(ZnHandle key, const ZnWChar* name, u32 fallback) {
   u32 value = 0;
   std::copy_n(data.data(), sizeof(value), reinterpret_cast<u8*>(&value));
   return value;
-}
-
-u32 DeclareType(ZnHandle database, const TypeSchema& type) {
-  const PropertySet defaults;
-  for (const PropertySchema& property : type.properties) {
-    const u32 status =
-        PutProperty(defaults.Handle(), property.name, DefaultOf(property.tag), property.flags);
-    if (ZN_FAILED(status)) return status;
-  }
-  const char* supertypes[] = {type.supertype, nullptr};
-  ObjectId id{};
-  const u32 status =
-      ObCreateTypeObject(database, type.name, type.supertype != nullptr ? supertypes : nullptr,
-                         defaults.Handle(), &id);
-  return status == ZNE_TYPE_EXISTS ? 0 : status;
 }
 
 }  // namespace
@@ -200,18 +166,15 @@ Settings ReadSettings(ZnHandle provider) {
   }
   settings.root = SettingText(key, u"Root", settings.root);
   settings.periodMs = SettingNumber(key, u"Period", settings.periodMs);
+  AlertLimits& alerts = settings.alerts;
+  alerts.fullPercent = SettingNumber(key, u"AlertUsedPercent", alerts.fullPercent);
+  alerts.hysteresis = SettingNumber(key, u"AlertHysteresis", alerts.hysteresis);
+  alerts.links = SettingNumber(key, u"AlertLinks", 1) != 0;
+  alerts.disks = SettingNumber(key, u"AlertDisks", 1) != 0;
   ZnRegCloseKey(key);
   while (settings.root.ends_with('/')) settings.root.pop_back();
   if (settings.periodMs != 0) settings.periodMs = std::max(settings.periodMs, kLeastPeriodMs);
   return settings;
-}
-
-u32 DeclareTypes(ZnHandle database) {
-  for (const TypeSchema& type : Types()) {
-    const u32 status = DeclareType(database, type);
-    if (ZN_FAILED(status)) return status;
-  }
-  return 0;
 }
 
 void Publisher::Publish(Inventory next) {

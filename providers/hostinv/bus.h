@@ -1,11 +1,12 @@
-// The provider's hold on the bus: property sets by value, its settings, its declared types, and the
-// Publisher that keeps the objects of the database equal to an Inventory. Only this file and calls
+// The provider's hold on the bus: property sets by value, its settings, and the Publisher that
+// keeps the objects of the database equal to an Inventory. Only this file, declared_types and calls
 // speak to the library; none of them holds a lock while doing so.
 #pragma once
 
 #include <map>
 #include <string>
 
+#include "alerts.h"
 #include "inventory.h"
 #include "zn/types.h"
 
@@ -42,12 +43,10 @@ u32 FindId(ZnHandle set, const char* name, ObjectId* id);
 struct Settings {
   std::string root;     // "Root": the recorded machine to show; empty for the live one
   u32 periodMs = 2000;  // "Period": time between samples; 0 for none, at least kLeastPeriodMs
+  AlertLimits alerts;   // "AlertUsedPercent", "AlertHysteresis", "AlertLinks", "AlertDisks"
 };
 inline constexpr u32 kLeastPeriodMs = 100;
 Settings ReadSettings(ZnHandle provider);
-
-// Declares every type of the schema; one that is there already is left alone.
-u32 DeclareTypes(ZnHandle database);
 
 // Owned by the Follower's thread after the start; the database and provider handles outlive it.
 class Publisher {

@@ -8,6 +8,7 @@
 #include <future>
 #include <utility>
 
+#include "alert_bus.h"
 #include "zn/status.h"
 
 namespace hostinv {
@@ -31,8 +32,13 @@ itimerspec Every(u32 milliseconds) {
 }  // namespace
 
 Follower::Follower(std::unique_ptr<Machine> machine, ZnHandle database, ZnHandle provider,
-                   u32 periodMs)
-    : machine_(std::move(machine)), publisher_(database, provider), periodMs_(periodMs) {}
+                   const Settings& settings)
+    : machine_(std::move(machine)),
+      database_(database),
+      provider_(provider),
+      publisher_(database, provider),
+      alerts_(settings.alerts),
+      periodMs_(settings.periodMs) {}
 
 Follower::~Follower() {
   Stop();
@@ -60,7 +66,7 @@ u32 Follower::Start() {
   const itimerspec period = Every(periodMs_);  // all zero, no period, leaves the timer unarmed
   if (timerfd_settime(timer_, 0, &period, nullptr) != 0) return ZNE_OPERATION_FAILED;
   machine_->Scan(kAllParts, &state_);
-  publisher_.Publish(Describe(state_));
+  Show();
   thread_ = std::thread(&Follower::Run, this);
   return 0;
 }
@@ -97,7 +103,7 @@ void Follower::Run() {
     const std::vector<PendingRequest> requests = TakeRequests();
     if (parts != 0) machine_->Scan(parts, &state_);
     if (parts == 0 && periodPassed) machine_->Sample(&state_);
-    if (parts != 0 || periodPassed) publisher_.Publish(Describe(state_));
+    if (parts != 0 || periodPassed) Show();
     Serve(requests);
   }
 }
@@ -129,8 +135,16 @@ void Follower::Serve(const std::vector<PendingRequest>& requests) {
     } else {
       machine_->Sample(&state_);
     }
-    publisher_.Publish(Describe(state_));
+    Show();
     request.done(0);
+  }
+}
+
+void Follower::Show() {
+  publisher_.Publish(Describe(state_));
+  for (const Occurrence& occurrence : alerts_.Look(state_)) {
+    // Refused where somebody has taken the alert back: then nobody is to hear of it.
+    RaiseOccurrence(database_, provider_, occurrence);
   }
 }
 

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "alerts.h"
 #include "bus.h"
 #include "machine.h"
 
@@ -20,7 +21,8 @@ namespace hostinv {
 
 class Follower {
  public:
-  Follower(std::unique_ptr<Machine> machine, ZnHandle database, ZnHandle provider, u32 periodMs);
+  Follower(std::unique_ptr<Machine> machine, ZnHandle database, ZnHandle provider,
+           const Settings& settings);
   ~Follower();
   Follower(const Follower&) = delete;
   Follower& operator=(const Follower&) = delete;
@@ -50,11 +52,16 @@ class Follower {
   // Waits and tells which parts changed; 0 where only the period has passed or a request came.
   Parts Wait(std::vector<pollfd>* descriptors, bool* periodPassed);
   void Serve(const std::vector<PendingRequest>& requests);
+  // Makes the objects equal to the machine, then raises the alerts of what has happened.
+  void Show();
   std::vector<PendingRequest> TakeRequests();
   void Wake();
 
   std::unique_ptr<Machine> machine_;
+  ZnHandle database_;
+  ZnHandle provider_;
   Publisher publisher_;
+  Alerts alerts_;
   u32 periodMs_;
   MachineState state_;
   int wake_ = -1;

@@ -3,8 +3,10 @@
 #include <memory>
 #include <mutex>
 
+#include "alert_bus.h"
 #include "bus.h"
 #include "calls.h"
+#include "declared_types.h"
 #include "follower.h"
 #include "jobs.h"
 #include "zn/znmira.h"
@@ -60,9 +62,10 @@ u32 Initialize(ZnHandle database, ZnHandle provider, u32 /*reserved1*/, u32 /*re
   if (ZN_FAILED(status)) return status;
   status = RegisterInterfaces(database, provider);
   if (ZN_FAILED(status)) return status;
+  status = PublishAlerts(database, provider);
+  if (ZN_FAILED(status)) return status;
   auto instance = std::make_shared<Instance>();
-  instance->follower =
-      std::make_unique<Follower>(std::move(machine), database, provider, settings.periodMs);
+  instance->follower = std::make_unique<Follower>(std::move(machine), database, provider, settings);
   instance->services = {database, provider, settings.root, instance->follower.get(),
                         &instance->jobs};
   status = instance->follower->Start();

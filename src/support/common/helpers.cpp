@@ -109,10 +109,14 @@ u32 WriteStringSetting(ZnHandle key, const ZnWChar* name, const ZnWChar* value) 
                          ZnByteLengthW(value));
 }
 
-std::string InstallDirectory() {
+std::string PathSetting(const ZnWChar* name) {
   std::u16string text;
-  if (ZN_FAILED(ReadTextSetting(HkeyMiraRoot(), nullptr, u"InstallDir", &text))) return {};
-  std::string path = ToHostPath(ToNarrow(text));
+  if (ZN_FAILED(ReadTextSetting(HkeyMiraRoot(), nullptr, name, &text))) return {};
+  return ToHostPath(ToNarrow(text));
+}
+
+std::string InstallDirectory() {
+  std::string path = PathSetting(u"InstallDir");
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   return path;
 }

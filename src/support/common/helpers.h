@@ -30,6 +30,10 @@ u32 ReadDwordSetting(ZnHandle key, const ZnWChar* subKey, const ZnWChar* name, u
 // is not set.
 [[nodiscard]] std::string InstallDirectory();
 
+// The file that a string of the root key names, as UTF-8 with '/' for '\\'; empty when it is not
+// set.
+[[nodiscard]] std::string PathSetting(const ZnWChar* name);
+
 // '/' for every '\\': settings and messages may carry either.
 [[nodiscard]] std::string ToHostPath(std::string path);
 

@@ -30,7 +30,16 @@ size_t WholeLargePages(size_t bytes) noexcept {
 
 }  // namespace
 
+// GCC says it by a macro of its own, clang by a feature.
 #if defined(__SANITIZE_ADDRESS__)
+#define ZN_LEAKS_ARE_CHECKED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ZN_LEAKS_ARE_CHECKED
+#endif
+#endif
+
+#if defined(ZN_LEAKS_ARE_CHECKED)
 
 // The leak check follows pointers through the heap only.
 void* AllocatePages(size_t bytes) noexcept {

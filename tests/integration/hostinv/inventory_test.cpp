@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "schema.h"
+#include "expected_types.h"
 
 namespace hostinv {
 namespace {

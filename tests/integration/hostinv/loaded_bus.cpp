@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "schema.h"
+#include "expected_types.h"
 #include "text.h"
 
 namespace hostinv {
@@ -94,7 +94,7 @@ std::string KeyOf(ZnHandle database, const ObjectId& id) {
   return text;
 }
 
-// The schema's own text for a type of an object, for Item keeps it by pointer.
+// The expected table's own text for a type of an object, for Item keeps it by pointer.
 const char* TypeOf(ZnHandle database, const ObjectId& id) {
   char* name = nullptr;
   EXPECT_EQ(ObGetObjectType(database, id, &name), 0U);

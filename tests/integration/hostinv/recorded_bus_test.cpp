@@ -1,5 +1,6 @@
 // The provider, loaded by the library, on a copy of the recorded tree: its objects, what it raises,
 // and the calls it answers.
+#include <algorithm>
 #include <filesystem>
 #include <future>
 
@@ -7,9 +8,9 @@
 #include <gtest/gtest.h>
 
 #include "dump.h"
+#include "expected_types.h"
 #include "hostinv.h"
 #include "loaded_bus.h"
-#include "schema.h"
 
 namespace hostinv {
 namespace {
@@ -134,6 +135,48 @@ class RecordedBus : public testing::Test {
   ZnHandle in_ = nullptr;
   ZnHandle out_ = nullptr;
 };
+
+// Name, tag and flags of each property that a type declares itself, with a default that is empty.
+std::vector<std::string> DeclaredProperties(ZnHandle database, const char* type) {
+  std::vector<std::string> lines;
+  ZnHandle set = nullptr;
+  EXPECT_EQ(TypeGetTypeProperties(database, type, 0, &set), 0U);
+  ZnHandle iterator = nullptr;
+  EXPECT_EQ(PsOpenPropset(set, &iterator), 0U);
+  Property2* property = nullptr;
+  while (PsFindNextProperty(set, iterator, &property) == 0) {
+    lines.push_back(std::string(property->Name) + " " + std::to_string(property->Type) + " " +
+                    std::to_string(property->Flags));
+    const auto* bytes = static_cast<const u8*>(property->Value);
+    const bool isArray = (property->Type & ZN_TYPE_ARRAY) != 0;
+    EXPECT_TRUE(isArray ? property->Size == 0
+                        : std::all_of(bytes, bytes + property->Size, [](u8 b) { return b == 0; }))
+        << lines.back();
+    PsFreeProperty(property);
+  }
+  ZnCloseHandle(iterator);
+  PsDestroyPropset(set);
+  return lines;
+}
+
+TEST_F(RecordedBus, DeclaresItsTypesByItsDocument) {
+  for (const TypeSchema& type : Types()) {
+    SCOPED_TRACE(type.name);
+    std::vector<std::string> expected;
+    for (const PropertySchema& property : type.properties) {
+      expected.push_back(std::string(property.name) + " " + std::to_string(property.tag) + " " +
+                         std::to_string(property.flags));
+    }
+    EXPECT_THAT(DeclaredProperties(bus_.Database(), type.name),
+                testing::UnorderedElementsAreArray(expected));
+    u32 count = 0;
+    char** supertypes = nullptr;
+    ASSERT_EQ(TypeGetSuperTypeObjects(bus_.Database(), type.name, &count, &supertypes), 0U);
+    ASSERT_EQ(count, 1U);
+    EXPECT_STREQ(supertypes[0], type.supertype == nullptr ? "KELD_Object" : type.supertype);
+    ZnFree(supertypes);
+  }
+}
 
 TEST_F(RecordedBus, ShowsTheWholeMachine) {
   Inventory shown = bus_.Snapshot();

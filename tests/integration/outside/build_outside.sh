@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs into a fresh prefix, moves the prefix, copies the example provider and the client out of
-# the tree, builds both twice (pkg-config and find_package) and runs each client with each provider
-# loaded through a settings file.
+# Installs into a fresh prefix, moves the prefix, copies the example provider, the client and the
+# reader of documents out of the tree, builds them twice (pkg-config and find_package), runs each client
+# with each provider loaded through a settings file, and each reader on the installed documents.
 # Usage: build_outside.sh SOURCE-TREE BUILD-TREE CMAKE
 set -euo pipefail
 source_tree=$1 build_tree=$2 cmake=$3
@@ -14,9 +14,12 @@ mv "$work/first" "$work/prefix"  # nothing may depend on where it was installed
 prefix=$work/prefix
 cp -r "$source_tree/providers/example" "$work/example"
 cp -r "$source_tree/tests/integration/outside/client" "$work/client"
+cp -r "$source_tree/tests/integration/outside/reader" "$work/reader"
 
 for file in share/znmira/settings.toml lib/libznmira.so.3 include/zn/znmira.h \
-  lib/znmira/providers/libexample.so; do
+  lib/znmira/providers/libexample.so include/zn/formalization_dtd.h \
+  share/znmira/schemas/mira_formalization.dtd share/znmira/schemas/znsvc_alerts.xml \
+  lib/znmira/catalogs/znmira.de.txt lib/znmira/catalogs/hostinv.en.txt; do
   [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
 
@@ -42,14 +45,28 @@ mkdir "$work/plain"
   gcc -std=c11 -O1 -Wall -Wextra -Wpedantic -Werror $flags "$work/client/client.c" \
     -o "$work/plain/client" $libraries -Wl,-rpath,"$prefix/lib"
 }
+# The documents that are installed, and the example's, whose type nobody has told where to find.
+ReadDocuments() {  # ReadDocuments READER
+  local schemas=$prefix/share/znmira/schemas types
+  types=$("$1" "$schemas/znsvc_types.xml" "$schemas/hostinv_types.xml" "$work/example/lamp_types.xml")
+  grep -qx KELD_Extension <<<"$types"
+  grep -qx HostInv_Partition <<<"$types"
+  grep -qx EXAMPLE_Lamp <<<"$types"
+}
+# shellcheck disable=SC2046  # the flags are words
+g++ -std=c++17 -O1 -Wall -Wextra -Werror $(pkg-config --cflags znmira-formalization) \
+  "$work/reader/reader.cpp" -o "$work/plain/reader" $(pkg-config --libs znmira-formalization) \
+  -Wl,-rpath,"$prefix/lib"
+ReadDocuments "$work/plain/reader"
 Run pkg-config "$work/plain/client" "$work/plain/libexample.so"
 
 echo "--- find_package"
-for folder in example client; do
+for folder in example client reader; do
   "$cmake" -S "$work/$folder" -B "$work/built-$folder" -DCMAKE_PREFIX_PATH="$prefix" \
     >"$work/$folder.log" 2>&1 && "$cmake" --build "$work/built-$folder" >>"$work/$folder.log" 2>&1 ||
     { cat "$work/$folder.log"; exit 1; }
 done
+ReadDocuments "$work/built-reader/reader"
 Run find-package "$work/built-client/client" "$work/built-example/libexample.so"
 
 # The installed provider, by its bare name, from the providers folder of the installation.

@@ -26,8 +26,10 @@ TEST_P(FaultAtStart, IsRecordedAndLeavesNothing) {
   EXPECT_EQ(HasLogged("bad initialize"), GetParam().reachesInitialize);
   EXPECT_TRUE(HasLogged("bad unload"));
   EXPECT_FALSE(HasLogged("bad shutdown"));
-  // The group of the machine and the good plug-in's object are all there is.
-  EXPECT_EQ(ObjectsOfType("KELD_Object").size(), 2u);
+  // The group of the machine, the server's two alerts and the good plug-in's object are all there
+  // is.
+  EXPECT_EQ(ObjectsOfType("KELD_Object").size(), 4u);
+  EXPECT_EQ(ObjectsOfType("KELD_SystemAlerts").size(), 2u);
   EXPECT_TRUE(ObjectsOfType("KELD_Task").empty());
 }
 

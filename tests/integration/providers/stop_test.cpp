@@ -67,6 +67,23 @@ TEST_F(StopThreads, ATaskUnderWayEndsWithItsProvider) {
   EXPECT_FALSE(ObExists(nullptr, task));
 }
 
+TEST_F(StopThreads, TheShutdownAlertIsHeardBeforeTheProvidersEnd) {
+  StartWithPlugin();
+  ASSERT_EQ(ShutdownServer(), ZN_OK);
+  EXPECT_THAT(heardTopics.Get(), ::testing::Contains("event.alert.keld.server.shutdown"));
+}
+
+TEST_F(StopThreads, AnAlertThatCannotBeRaisedIsTracedAndStopsNothing) {
+  StartWithPlugin();
+  ASSERT_EQ(ObUnpublishAlert(nullptr, ProviderNamed(u"system"), "event.alert.keld.server.shutdown"),
+            ZN_OK);
+  EXPECT_EQ(ShutdownServer(), ZN_OK);
+  std::ifstream file(TracePath());
+  const std::string trace((std::istreambuf_iterator<char>(file)), {});
+  EXPECT_NE(trace.find("ZnSvc:Failed to raise alert"), std::string::npos);
+  EXPECT_THAT(WhoLogged("shutdown"), ElementsAre("plain"));
+}
+
 TEST_F(StopThreads, EveryHandleIsRefusedAfterwards) {
   StartWithPlugin();
   const ZnHandle provider = ProviderNamed(u"plain");

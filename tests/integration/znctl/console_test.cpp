@@ -56,6 +56,7 @@ TEST_F(Console, ShowsHelpOfEveryVerbWithin80Columns) {
                                                        {"tree"},
                                                        {"list"},
                                                        {"groups"},
+                                                       {"validate"},
                                                        {"show"},
                                                        {"get"},
                                                        {"set"},
@@ -66,6 +67,8 @@ TEST_F(Console, ShowsHelpOfEveryVerbWithin80Columns) {
                                                        {"call"},
                                                        {"refresh"},
                                                        {"watch"},
+                                                       {"alerts"},
+                                                       {"messages"},
                                                        {"settings"},
                                                        {"settings", "list"},
                                                        {"settings", "get"},
@@ -489,6 +492,47 @@ TEST_F(Console, RefusesToImportAFaultyFile) {
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.err, HasSubstr("bad.toml:2:7: a setting is text"));
   EXPECT_EQ(place_.Znctl({"settings", "get", "Good"}).code, 1);  // nothing was taken over
+}
+
+TEST_F(Console, ValidatesADocumentWithoutABus) {
+  place_.Write("good.xml",
+               "<!DOCTYPE MIRA_FORMALIZATION SYSTEM \"mira_formalization.dtd\">\n"
+               "<MIRA_FORMALIZATION><OBJECT_TYPE Name=\"A\"><PROPSET/></OBJECT_TYPE>"
+               "</MIRA_FORMALIZATION>");
+  const Finished finished = place_.Znctl({"validate", place_.File("good.xml")});
+  EXPECT_EQ(finished.code, 0) << finished.err;
+  EXPECT_EQ(finished.err, "");
+  EXPECT_EQ(finished.out, place_.File("good.xml") + ": 1 object type, 0 alerts: valid\n");
+}
+
+TEST_F(Console, NamesTheFaultsOfADocument) {
+  place_.Write("bad.xml",
+               "<!DOCTYPE MIRA_FORMALIZATION SYSTEM \"mira_formalization.dtd\">\n"
+               "<MIRA_FORMALIZATION>\n<OBJECT_TYPE Name=\"1a\" Flags=\"x\"><PROPSET>\n"
+               "<PROPERTY Name=\"P\" Type=\"mira_bool\">no</PROPERTY>"
+               "</PROPSET></OBJECT_TYPE></MIRA_FORMALIZATION>");
+  const std::string file = place_.File("bad.xml");
+  const Finished text = place_.Znctl({"validate", file});
+  EXPECT_EQ(text.code, 1);
+  EXPECT_THAT(text.out, HasSubstr(file + ":3: error: \"1a\" is no name of a type"));
+  EXPECT_THAT(text.out, HasSubstr(file + ":3: warning: \"x\" is neither Hidden nor NoDisplay"));
+  EXPECT_THAT(text.out,
+              HasSubstr(file + ":4: error: \"P\": \"no\" is not true or false [value]\n"));
+  EXPECT_THAT(text.err,
+              StartsWith("znctl: " + file + " has 2 faults: 0xc1000042 ZNE_XML_SOURCE_INVALID"));
+  const Finished form = place_.Znctl({"validate", file, "--json"});
+  EXPECT_EQ(form.code, 1);
+  const Json json = Json::parse(form.out, nullptr, false);
+  ASSERT_FALSE(json.is_discarded()) << form.out;
+  EXPECT_EQ(KeysOf(json),
+            (Keys{"schema", "verb", "file", "valid", "objectTypes", "alertTypes", "faults"}));
+  EXPECT_EQ(json["valid"], false);
+  ASSERT_EQ(json["faults"].size(), 3U);
+  EXPECT_EQ(KeysOf(json["faults"][0]), (Keys{"severity", "file", "line", "rule", "text"}));
+  EXPECT_EQ(json["faults"][2]["line"], 4);
+  EXPECT_EQ(json["faults"][2]["rule"], "value");
+  EXPECT_EQ(place_.Znctl({"validate", "/nowhere.xml"}).code, 2);
+  EXPECT_EQ(place_.Znctl({"validate"}).code, 2);
 }
 
 }  // namespace

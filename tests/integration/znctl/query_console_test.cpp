@@ -28,7 +28,7 @@ TEST_F(ConsoleQuery, ShowsTheHitsAndTheirPropertiesInATableOf80Columns) {
   EXPECT_EQ(finished.code, 0) << finished.err;
   EXPECT_EQ(finished.err, "");
   // The searchable property first, and no bytes, hidden ones or names.
-  EXPECT_THAT(finished.out, ContainsRegex("^ID        PATH               Count  Big "));
+  EXPECT_THAT(finished.out, ContainsRegex("^ID        PATH               Count +Big  "));
   EXPECT_THAT(finished.out,
               ContainsRegex("\n[0-9a-f]{8}  /bench/tray/\"a/b\"      0  18446744073709551615 "));
   EXPECT_THAT(finished.out, Not(HasSubstr("Raw")));
@@ -44,16 +44,17 @@ TEST_F(ConsoleQuery, FindsNothingWithSuccess) {
   EXPECT_EQ(finished.out, "no objects\n");
 }
 
+// The ticker's count may have risen by then, which makes it a column.
 TEST_F(ConsoleQuery, LeavesOutWhatTellsNoHitsApartAndWhatIsHidden) {
   const Finished finished =
       place_.Znctl({"query", "SELECT FROM ZnctlTest_Thing WHERE Label EQ label"});
   EXPECT_EQ(finished.code, 0) << finished.err;
-  EXPECT_THAT(finished.out, HasSubstr("/bench/tray/twin\n"));
+  EXPECT_THAT(finished.out, HasSubstr("/bench/tray/twin"));
   EXPECT_THAT(finished.out, Not(HasSubstr("Label")));
   EXPECT_THAT(finished.out, Not(HasSubstr("unseen")));
   EXPECT_THAT(
       place_.Znctl({"query", "SELECT FROM ZnctlTest_Thing WHERE Label EQ label", "--all"}).out,
-      HasSubstr("/bench/tray/unseen\n"));
+      HasSubstr("/bench/tray/unseen"));
 }
 
 TEST_F(ConsoleQuery, ShowsTheTypeWhereHitsAreOfSeveral) {
@@ -91,8 +92,7 @@ struct BadQuery {
 TEST_F(ConsoleQuery, SaysWhatIsWrongAndEndsWithOne) {
   const BadQuery rows[] = {
       {"select FROM ZnctlTest_Thing WHERE Count EQ 1",
-       "znctl: the query cannot be answered: 0x80070057 ZNE_INVALID_ARGUMENTS: One or more "
-       "arguments are invalid.\n"
+       "znctl: the query cannot be answered: 0x80070057 ZNE_INVALID_ARGUMENTS: Invalid arguments.\n"
        "  select FROM ZnctlTest_Thing WHERE Count EQ 1\n"
        "  ^\n"
        "  word 1 is \"select\" and must be SELECT, in capitals\n"

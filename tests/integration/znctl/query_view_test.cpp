@@ -101,6 +101,8 @@ TEST(ZnctlQueryFault, ShowsThePartOfALongTextAroundTheFault) {
   const std::vector<std::string> lines =
       Explained("SELECT FROM " + name + " when " + name + " EQ 1");
   ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(Explained(name + " FROM Disk WHERE Size EQ 1")[2],
+            "word 1 is \"" + std::string(29, 'n') + "…\" and must be SELECT, in capitals");
   EXPECT_THAT(lines[0], testing::StartsWith("…nnn"));
   EXPECT_THAT(lines[0], HasSubstr("n when nnn"));
   EXPECT_THAT(lines[0], testing::EndsWith("n…"));
@@ -117,6 +119,8 @@ TEST(ZnctlQueryFault, MarksThePlaceBehindWideAndUnprintableCharacters) {
 
 TEST(ZnctlQueryFault, IsSilentWhereTheTextIsNotToBlame) {
   EXPECT_THAT(Explained("SELECT FROM Disk WHERE Size EQ 1", ZNE_OUT_OF_MEMORY), IsEmpty());
+  EXPECT_THAT(Explained("no query", ZNE_OUT_OF_MEMORY), IsEmpty());
+  EXPECT_THAT(Explained("SELECT FROM Disk WHERE Size EQ 1"), IsEmpty());
 }
 
 // --- columns ----------------------------------------------------------------------------------
@@ -131,7 +135,7 @@ TEST(ZnctlQueryColumns, OfOneHitAreItsValues) {
                             Make("Set", ZN_TYPE_PROPSET, PropertyList()),
                             Make("Size", ZN_TYPE_UINT64, u64{5}),
                             Make("Unseen", ZN_TYPE_UINT32, u64{1}, ZN_PROPERTY_NO_DISPLAY)};
-  EXPECT_THAT(QueryColumns({hit}, 1000), ElementsAre("Serial", "Size", "List"));
+  EXPECT_THAT(QueryColumns({hit}, {}, 1000), ElementsAre("Serial", "Size", "List"));
 }
 
 TEST(ZnctlQueryColumns, OfSeveralHitsAreThoseThatTellThemApart) {
@@ -139,23 +143,31 @@ TEST(ZnctlQueryColumns, OfSeveralHitsAreThoseThatTellThemApart) {
     return PropertyList{Make("Model", ZN_TYPE_STRING, std::string(model)),
                         Make("Same", ZN_TYPE_UINT32, u64{1}), Make("Size", ZN_TYPE_UINT64, size)};
   };
-  EXPECT_THAT(QueryColumns({hit(1, "a"), hit(2, "a")}, 1000), ElementsAre("Size"));
-  EXPECT_THAT(QueryColumns({hit(1, "a"), hit(1, "b")}, 1000), ElementsAre("Model"));
-  EXPECT_THAT(QueryColumns({hit(1, "a"), hit(1, "a")}, 1000), IsEmpty());
+  EXPECT_THAT(QueryColumns({hit(1, "a"), hit(2, "a")}, {}, 1000), ElementsAre("Size"));
+  EXPECT_THAT(QueryColumns({hit(1, "a"), hit(1, "b")}, {}, 1000), ElementsAre("Model"));
+  EXPECT_THAT(QueryColumns({hit(1, "a"), hit(1, "a")}, {}, 1000), IsEmpty());
   PropertyList more = hit(1, "a");
   more.push_back(Make("Wear", ZN_TYPE_UINT32, u64{3}));
-  EXPECT_THAT(QueryColumns({hit(1, "a"), more}, 1000), ElementsAre("Wear"));
-  EXPECT_THAT(QueryColumns({}, 1000), IsEmpty());
+  EXPECT_THAT(QueryColumns({hit(1, "a"), more}, {}, 1000), ElementsAre("Wear"));
+  EXPECT_THAT(QueryColumns({}, {}, 1000), IsEmpty());
+}
+
+TEST(ZnctlQueryColumns, PutBackWhatTheTypeGivesEveryObject) {
+  const PropertyList hit = {Make("A", ZN_TYPE_UINT32, u64{0}), Make("B", ZN_TYPE_UINT32, u64{1}),
+                            Make("C", ZN_TYPE_UINT32, u64{0}, ZN_PROPERTY_INDEXED)};
+  const PropertyList defaults = {Make("A", ZN_TYPE_UINT32, u64{0}),
+                                 Make("B", ZN_TYPE_UINT32, u64{0})};
+  EXPECT_THAT(QueryColumns({hit}, defaults, 1000), ElementsAre("C", "B", "A"));
 }
 
 TEST(ZnctlQueryColumns, TakeTheRoomThatThereIs) {
   const PropertyList hit = {
       Make("Long", ZN_TYPE_STRING, std::string(100, 'x')),  // 24 columns and a gap
       Make("Most", ZN_TYPE_UINT32, u64{1}), Make("Next", ZN_TYPE_UINT32, u64{12345678})};
-  EXPECT_THAT(QueryColumns({hit}, 42), ElementsAre("Long", "Most", "Next"));
-  EXPECT_THAT(QueryColumns({hit}, 41), ElementsAre("Long", "Most"));
-  EXPECT_THAT(QueryColumns({hit}, 25), ElementsAre("Most", "Next"));
-  EXPECT_THAT(QueryColumns({hit}, 5), IsEmpty());
+  EXPECT_THAT(QueryColumns({hit}, {}, 42), ElementsAre("Long", "Most", "Next"));
+  EXPECT_THAT(QueryColumns({hit}, {}, 41), ElementsAre("Long", "Most"));
+  EXPECT_THAT(QueryColumns({hit}, {}, 25), ElementsAre("Most", "Next"));
+  EXPECT_THAT(QueryColumns({hit}, {}, 5), IsEmpty());
 }
 
 }  // namespace

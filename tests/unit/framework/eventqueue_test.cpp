@@ -446,6 +446,39 @@ TEST_F(EventQueueThreads, WhatIsQueuedAtTheStopIsNotDeliveredLater) {
   EXPECT_EQ(raised.WaitFor(2)[1].who, 9) << "the parameter of the second start";
 }
 
+TEST_F(EventQueueThreads, AWaitForDeliveryEndsWhenAllReceiversAreDone) {
+  Register(first_, "a");
+  EXPECT_TRUE(WaitForDelivery(0)) << "nothing is queued";
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(Raise("a.b"), ZN_OK);
+  {
+    const BusLock lock;  // released while it waits
+    ASSERT_TRUE(WaitForDelivery(60000));
+  }
+  EXPECT_EQ(heard.Items().size(), 100u);
+  EXPECT_EQ(raised.Items().size(), 100u);
+}
+
+TEST_F(EventQueueThreads, AWaitForDeliveryIsBounded) {
+  Register(first_, "a");
+  Gate entered;
+  Gate goOn;
+  onEvent = [&](int, const EventRecord&) {
+    EXPECT_TRUE(WaitForDelivery(60000)) << "on the raise thread it would wait for itself";
+    entered.Open();
+    EXPECT_TRUE(goOn.Wait());
+  };
+  ASSERT_EQ(Raise("a.b"), ZN_OK);
+  ASSERT_TRUE(entered.Wait());
+  EXPECT_FALSE(WaitForDelivery(1));
+  goOn.Open();
+  EXPECT_TRUE(WaitForDelivery(60000));
+}
+
+TEST_F(EventQueueThreads, WithoutThreadsThereIsNoDeliveryToWaitFor) {
+  StopEventThreads();
+  EXPECT_TRUE(WaitForDelivery(60000));
+}
+
 TEST_F(EventQueueThreads, AStartOnARunningThreadIsIgnored) {
   ASSERT_TRUE(StartEventThreads(99));
   ASSERT_EQ(Raise("a"), ZN_OK);

@@ -1,9 +1,12 @@
 // What is left behind when memory runs out in the middle: every allocation of an operation fails
 // once. The general operator new of this program is replaced for it; it fails on demand, on the
 // thread of the test alone.
+#include "zn/memory.h"
+
 #include <cstdlib>
 #include <new>
 
+#include "framework/common/znapi/databasebytes.h"
 #include "framework/common/zncore/changerecord.h"
 #include "framework/common/znprov/localprovider.h"
 #include "framework/common/zntypeobject/typeobject.h"
@@ -140,6 +143,59 @@ TEST_F(MemoryShortage, ADeletionSucceedsAllTheSame) {
         EXPECT_EQ(type->FindInstances(wanted, &found), ZN_OK);
         EXPECT_THAT(found, IsEmpty());
       });
+}
+
+TEST_F(MemoryShortage, AQueryThatFailsAnswersNothing) {
+  const ZnHandle provider = MakeProvider();
+  static_cast<void>(MakeObject(provider));
+  u32 count = 0;
+  ObjectId* ids = nullptr;
+  AtEveryAllocation(
+      [&] {
+        count = 0;
+        ids = nullptr;
+        database_->Types().GraphChanged();
+      },
+      [&] {
+        return DbGetObjectsByQuery(nullptr, u"SELECT FROM KELD_Object WHERE Name EQ \"Noname\"",
+                                   &count, &ids);
+      },
+      [&](u32 status) {
+        EXPECT_THAT(status, AnyOf(ZN_OK, ZNE_OUT_OF_MEMORY));
+        EXPECT_EQ(count, status == ZN_OK ? 1u : 0u);
+        EXPECT_EQ(ids == nullptr, status != ZN_OK);
+        ZnFree(ids);
+      });
+}
+
+TEST_F(MemoryShortage, ADatabaseThatIsReadInPartStands) {
+  ZnHandle source = nullptr;
+  ASSERT_EQ(DbCreatePrivateDatabase(&source), ZN_OK);
+  const ZnHandle provider = MakeProvider(u"local", source);
+  ObjectId parent{};
+  ObjectId child{};
+  ASSERT_EQ(ObCreateObject(source, provider, "KELD_Object", &parent), ZN_OK);
+  ASSERT_EQ(ObCreateObject(source, provider, "KELD_Object", &child), ZN_OK);
+  ASSERT_EQ(ObAddChildObject(source, parent, child), ZN_OK);
+  u32 length = 0;
+  void* bytes = nullptr;
+  ASSERT_EQ(DbMarshalPrivateDatabase(source, &length, &bytes), ZN_OK);
+  ZnHandle target = nullptr;
+  AtEveryAllocation([&] { ASSERT_EQ(DbCreatePrivateDatabase(&target), ZN_OK); },
+                    [&] { return DbUnmarshalPrivateDatabase(target, length, bytes); },
+                    [&](u32 status) {
+                      EXPECT_THAT(status, AnyOf(ZN_OK, ZNE_OUT_OF_MEMORY));
+                      u32 again = 0;
+                      void* written = nullptr;
+                      EXPECT_EQ(DbMarshalPrivateDatabase(target, &again, &written), ZN_OK);
+                      if (status == ZN_OK) {
+                        EXPECT_EQ(again, length);
+                      }
+                      ZnFree(written);
+                      EXPECT_EQ(DbDeletePrivateDatabase(target), ZN_OK);
+                    });
+  ZnFree(bytes);
+  EXPECT_EQ(DbDeletePrivateDatabase(source), ZN_OK);
 }
 
 TEST_F(MemoryShortage, AnAsynchronousCallThatFailsLeavesNoTask) {

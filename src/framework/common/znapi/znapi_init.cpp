@@ -1,5 +1,6 @@
-// ZnInitialize: the system database, the provider "system", groups, the files offered to clients,
-// the library's own alerts and the providers, in that order.
+// ZnInitialize: the system database, the provider "system" with the declared types, groups, the
+// files offered to clients, declared alerts, the library's own alerts and the providers, in that
+// order.
 #include <memory>
 #include <string>
 
@@ -12,7 +13,9 @@
 #include "framework/common/znprov/loader.h"
 #include "framework/common/znprov/provider.h"
 #include "framework/common/znprov/systemprovider.h"
+#include "framework/common/znxml_dom_processor/formalization.h"
 #include "support/common/helpers.h"
+#include "zn/alert.h"
 #include "zn/init.h"
 #include "zn/platform.h"
 #include "zn/settings.h"
@@ -66,12 +69,24 @@ void MakeExtensionObjects(Database& database, Provider& system) {
   ZN_TRACE(1, "ZnAPI:ZnInitialize:Extension objects created");
 }
 
+// The alerts of the document that the settings name, published by the provider "system". A document
+// with a fault is traced, and the start goes on without it.
+void ReadDeclaredAlerts(Database& database, const Provider& system) {
+  const std::string path = PathSetting(u"AlertTypeFile");
+  if (path.empty()) return;
+  const auto publish = [provider = system.Handle()](ZnHandle hDb, const AlertDescriptor& alert) {
+    return ObPublishAlert(hDb, provider, &alert);
+  };
+  static_cast<void>(ReadAlertTypesFromFile(database.Handle(), path.c_str(), publish));
+}
+
 // What the settings and the library itself bring before any provider loads.
 [[nodiscard]] u32 FillDatabase(Database& database, bool isNew) {
   Provider* system = database.FindProviderByName(kSystemProviderName);
   if (isNew) static_cast<void>(database.LoadRegistryGroups(system));
   if (system == nullptr) return ZN_OK;
   MakeExtensionObjects(database, *system);
+  ReadDeclaredAlerts(database, *system);
   return PublishServerAlerts(database, *system);
 }
 

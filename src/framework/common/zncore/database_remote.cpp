@@ -20,8 +20,9 @@ u32 Database::RemoteRequest(RequestCriteria criteria, PropertySet data, Property
   request.Put("Message", Value::UInt32(kCacheRequestMessage));
   request.Put("Criteria", Value::UInt32(static_cast<u32>(criteria)));
   request.Put("Data", Value::Set(std::move(data)));
+  const DatabaseCallbacks callbacks = callbacks_;
   const BusRelease released;
-  return callbacks_.forwardRequest(request, reply, callbacks_.context);
+  return callbacks.forwardRequest(request, reply, callbacks.context);
 }
 
 u32 Database::QueryServer(std::u16string_view text, std::vector<ObjectId>* out) {

@@ -251,7 +251,9 @@ bool IsNameStart(char c) noexcept {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
 }
 
-bool IsPropertyName(std::string_view name) noexcept {
+}  // namespace
+
+bool IsPropertyNameText(std::string_view name) noexcept {
   if (name.empty()) return true;
   if (!IsNameStart(name[0])) return false;
   for (const char c : name) {
@@ -259,8 +261,6 @@ bool IsPropertyName(std::string_view name) noexcept {
   }
   return true;
 }
-
-}  // namespace
 
 bool IsReadableProperty(const Property2* property) noexcept {
   if (!IsGoodPointer(property) || !IsGoodString(property->Name, kMaxNameLength)) return false;
@@ -275,7 +275,7 @@ u32 ConvertProperty2ToProperty3(const Property2* in, Property* out) {
     return ZNE_INVALID_ARGUMENTS;
   }
   const std::string_view name(in->Name);
-  if (!IsPropertyName(name)) {
+  if (!IsPropertyNameText(name)) {
     ZN_TRACE(3, "ZnAPI:ConvertProperty2ToProperty3: Invalid property name: %s", in->Name);
     return ZNE_INVALID_ARGUMENTS;
   }

@@ -2,6 +2,8 @@
 // traces of old). A record made here is one block: the record, then its value, then its name.
 #pragma once
 
+#include <string_view>
+
 #include "framework/common/znpropset/propertyset.h"
 #include "zn/types.h"
 
@@ -9,6 +11,10 @@ namespace zn {
 
 // Whether the record, its name and its value can be read: the check of every frame that takes one.
 [[nodiscard]] bool IsReadableProperty(const Property2* property) noexcept;
+
+// The names that callers and documents may give: letters, digits, "_" and blanks, the first of them
+// a letter or "_"; or none.
+[[nodiscard]] bool IsPropertyNameText(std::string_view name) noexcept;
 
 // ZNE_INVALID_ARGUMENTS, traced, for a bad shape, name or value.
 [[nodiscard]] u32 ConvertProperty2ToProperty3(const Property2* in, Property* out);

@@ -8,7 +8,9 @@
 #include "framework/common/zncore/database.h"
 #include "framework/common/znprov/localprovider.h"
 #include "framework/common/znprov/refresh.h"
+#include "framework/common/znxml_dom_processor/formalization.h"
 #include "support/common/fastlock.h"
+#include "support/common/helpers.h"
 #include "support/common/status.h"
 #include "support/common/trace.h"
 #include "zn/memory.h"
@@ -132,9 +134,18 @@ u32 EventSlot(const EventRecord* event) {
   return ZN_OK;
 }
 
+// The document of the settings, if they name one. What it declares is there from the first object
+// on; a document with a fault is traced, and the start goes on without it.
+void ReadDeclaredTypes(Database& database) {
+  const std::string path = PathSetting(u"ObjectTypeFile");
+  if (path.empty()) return;
+  static_cast<void>(ReadObjectTypesFromFile(database.Handle(), path.c_str(), nullptr));
+}
+
 [[nodiscard]] u32 CreateTypes(Database& database) {
   ZN_TRACE(1, "ZnAPI:ZnCreateSystemProvider:Creating system object types");
   if (ZN_FAILED(RegisterBaseObjectTypes(database))) return ZNE_UNEXPECTED;
+  ReadDeclaredTypes(database);
   if (ZN_FAILED(RegisterMissingSystemTypes(database))) return ZNE_UNEXPECTED;
   ZN_TRACE(1, "ZnAPI:ZnCreateSystemProvider:System object types created");
   return ZN_OK;

@@ -122,20 +122,20 @@ bool ReadGuid(std::u16string_view text, ValueReading* out) {
 
 struct ValueRow {
   u32 tag;
-  ValueReader read;
   QueryFaultKind fault;
+  ValueReader read;
 };
 
 // What is not listed is a text, which is good as it stands.
 constexpr ValueRow kValueRows[] = {
-    {ZN_TYPE_BOOLEAN, ReadBoolean, QueryFaultKind::kNoBoolean},
-    {ZN_TYPE_INT32, ReadLowHalf<ReadSigned>, QueryFaultKind::kNoNumber},
-    {ZN_TYPE_UINT32, ReadLowHalf<ReadUnsigned>, QueryFaultKind::kNoNumber},
-    {ZN_TYPE_INT64, ReadSigned, QueryFaultKind::kNoNumber},
-    {ZN_TYPE_TIME, ReadSigned, QueryFaultKind::kNoNumber},
-    {ZN_TYPE_UINT64, ReadUnsigned, QueryFaultKind::kNoNumber},
-    {ZN_TYPE_OBJECT_ID, ReadUnsigned, QueryFaultKind::kNoNumber},
-    {ZN_TYPE_GUID, ReadGuid, QueryFaultKind::kNoGuid},
+    {ZN_TYPE_BOOLEAN, QueryFaultKind::kNoBoolean, ReadBoolean},
+    {ZN_TYPE_INT32, QueryFaultKind::kNoNumber, ReadLowHalf<ReadSigned>},
+    {ZN_TYPE_UINT32, QueryFaultKind::kNoNumber, ReadLowHalf<ReadUnsigned>},
+    {ZN_TYPE_INT64, QueryFaultKind::kNoNumber, ReadSigned},
+    {ZN_TYPE_TIME, QueryFaultKind::kNoNumber, ReadSigned},
+    {ZN_TYPE_UINT64, QueryFaultKind::kNoNumber, ReadUnsigned},
+    {ZN_TYPE_OBJECT_ID, QueryFaultKind::kNoNumber, ReadUnsigned},
+    {ZN_TYPE_GUID, QueryFaultKind::kNoGuid, ReadGuid},
 };
 
 }  // namespace

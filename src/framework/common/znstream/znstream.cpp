@@ -30,10 +30,15 @@ StreamBuffer::~StreamBuffer() {
 void StreamBuffer::Grow(size_t count) {
   u64 wanted = kFirstCapacity;
   if (size_ + u64{count} > kFirstCapacity || data_ != nullptr) {
-    wanted = ((size_ + u64{count}) / kGrain + 1) * kGrain;
+    const u64 needed = size_ + u64{count};
+    wanted = (needed / kGrain + 1) * kGrain;
     if (wanted < u64{capacity_} * 2 && wanted < kDoublingLimit) wanted = u64{capacity_} * 2;
+    // By an eighth at least: grain by grain, a copy of each step would cost the square of the size.
+    const u64 stepped = u64{capacity_} + capacity_ / 8;
+    if (wanted >= kDoublingLimit && wanted < stepped) wanted = (stepped / kGrain + 1) * kGrain;
   }
-  if (wanted > kLargestBuffer) throw std::bad_alloc();
+  if (wanted > kLargestBuffer) wanted = kLargestBuffer;
+  if (wanted < size_ + u64{count}) throw std::bad_alloc();
   void* grown = std::realloc(data_, static_cast<size_t>(wanted));
   if (grown == nullptr) throw std::bad_alloc();
   data_ = static_cast<u8*>(grown);

@@ -27,8 +27,9 @@
 
 namespace zn {
 
-// A growing byte buffer: below 1,024,000 bytes it doubles, above it grows to the next multiple of
-// 8192 past what is needed, so that a very large set does not double its footprint.
+// A growing byte buffer: below 1,024,000 bytes it doubles, above it grows by an eighth,
+// or to what is needed, in whole 8192 bytes, so that a very large set does not double its
+// footprint.
 class StreamBuffer {
  public:
   StreamBuffer() = default;

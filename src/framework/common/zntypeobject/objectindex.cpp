@@ -5,11 +5,13 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <unordered_map>
 
 #include "framework/common/zncore/dbnode.h"
 #include "support/common/flat_table.h"
+#include "support/common/platform.h"
 
 namespace zn {
 
@@ -98,17 +100,20 @@ class BooleanIndex final : public ObjectIndex {
   NodeSet true_;
 };
 
-// The slots of a table: a power of two of them, all zero at first, moved as bytes.
+// The slots of a table: a power of two of them, all zero at first, moved as bytes. They are probed
+// at random, so a table that is large enough lies on large pages.
 template <typename Slot>
 class SlotArray {
  public:
   SlotArray() = default;
-  explicit SlotArray(size_t count)
-      : slots_(static_cast<Slot*>(::operator new(count * sizeof(Slot), kAlignment))),
-        mask_(count - 1) {
-    std::memset(static_cast<void*>(slots_), 0, count * sizeof(Slot));
+  explicit SlotArray(size_t count) : slots_(Allocate(count * sizeof(Slot))), mask_(count - 1) {}
+  ~SlotArray() {
+    if (Bytes() < kLargePageBytes) {
+      ::operator delete(slots_, kLine);
+    } else {
+      FreePages(slots_, Bytes());
+    }
   }
-  ~SlotArray() { ::operator delete(slots_, kAlignment); }
   SlotArray(const SlotArray&) = delete;
   SlotArray& operator=(const SlotArray&) = delete;
   void Swap(SlotArray& other) noexcept {
@@ -126,7 +131,19 @@ class SlotArray {
   }
 
  private:
-  static constexpr std::align_val_t kAlignment{64};  // of a line
+  static constexpr std::align_val_t kLine{64};
+
+  [[nodiscard]] size_t Bytes() const noexcept { return Count() * sizeof(Slot); }
+  [[nodiscard]] static Slot* Allocate(size_t bytes) {
+    void* slots = nullptr;
+    if (bytes < kLargePageBytes) {
+      slots = std::memset(::operator new(bytes, kLine), 0, bytes);
+    } else if ((slots = AllocatePages(bytes)) != nullptr) {
+      UseLargePages(slots, bytes);
+    }
+    if (slots == nullptr) throw std::bad_alloc();
+    return static_cast<Slot*>(slots);
+  }
 
   Slot* slots_ = nullptr;
   size_t mask_ = 0;
@@ -326,7 +343,10 @@ class HashedIndex final : public ObjectIndex {
   }
   [[nodiscard]] Slot* FindSlot(const Probe& probe) const noexcept {
     if (used_ == 0) return nullptr;
-    for (size_t i = slots_.HomeOf(probe.hash);; i = slots_.Next(i)) {
+    const size_t home = slots_.HomeOf(probe.hash);
+    // Every third look-up goes on to the next slot, and would wait once more.
+    __builtin_prefetch(&slots_[slots_.Next(home)]);
+    for (size_t i = home;; i = slots_.Next(i)) {
       if (slots_[i].holders.IsEmpty()) return nullptr;
       if (slots_[i].Holds(probe)) return &slots_[i];
     }
@@ -391,18 +411,15 @@ const IndexFactory* FindFactory(u32 tag) noexcept {
 }  // namespace
 
 void ObjectIndex::Add(const Value& value, DBNode* node) {
-  Enter(value, node, node->GetId().Value());
+  Enter(value, node, node->Guid());
 }
 
-// An id is read in two steps, each likely to wait for memory; so both are asked for some nodes
-// ahead.
 void AppendIds(const std::vector<DBNode*>& nodes, std::vector<ObjectId>* out) {
-  constexpr size_t kAhead = 8;
+  constexpr size_t kAhead = 16;  // nodes; each is likely to lie where no cache holds it
   out->reserve(out->size() + nodes.size());
   for (size_t i = 0; i < nodes.size(); ++i) {
-    if (i + 2 * kAhead < nodes.size()) __builtin_prefetch(&nodes[i + 2 * kAhead]->GetId());
-    if (i + kAhead < nodes.size()) __builtin_prefetch(&nodes[i + kAhead]->GetId().Value());
-    out->push_back(nodes[i]->GetId().Value());
+    if (i + kAhead < nodes.size()) __builtin_prefetch(&nodes[i + kAhead]->Guid());
+    out->push_back(nodes[i]->Guid());
   }
 }
 

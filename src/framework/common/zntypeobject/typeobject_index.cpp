@@ -13,6 +13,10 @@ namespace zn {
 
 namespace {
 
+const Property* PropertyAt(const PropertySet& properties, u32 place) noexcept {
+  return place < properties.Count() ? &properties.At(place) : nullptr;
+}
+
 // Reads the nodes of one type. What a node has under a name is two steps away, the node's array of
 // properties and the property in it, and both are asked for some nodes ahead. Instances of a type
 // mostly have the property in the same place of their arrays, so the place in the last one is tried
@@ -26,12 +30,12 @@ void ScanNodes(const std::vector<DBNode*>& nodes, const Property& wanted,
       __builtin_prefetch(&nodes[i + 2 * kAhead]->Properties());
     }
     if (i + kAhead < nodes.size() && nodes[i + kAhead] != nullptr) {
-      __builtin_prefetch(nodes[i + kAhead]->Properties().begin() + place);
+      __builtin_prefetch(PropertyAt(nodes[i + kAhead]->Properties(), place));
     }
     if (nodes[i] == nullptr) continue;
     const PropertySet& properties = nodes[i]->Properties();
-    const Property* property = properties.begin() + place;
-    if (place >= properties.Count() || property->Key() != wanted.Key()) {
+    const Property* property = PropertyAt(properties, place);
+    if (property == nullptr || property->Key() != wanted.Key()) {
       property = properties.Find(wanted.Key());
       if (property == nullptr) continue;
       place = static_cast<u32>(property - properties.begin());

@@ -1,5 +1,5 @@
-// The declared types; see the header.
-#include "schema.h"
+// The expected types; see the header.
+#include "expected_types.h"
 
 #include <array>
 
