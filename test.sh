@@ -71,8 +71,9 @@ if Chosen asan; then
 fi
 if Chosen tsan; then
   # Everything in the library that has threads; the programs' own tests run under the other builds.
-  Step tsan-build FixedAddresses Build tsan --target unit_framework unit_support integration_providers
-  Step tsan-suite FixedAddresses Suite tsan -R '^(framework|support|providers)\.'
+  Step tsan-build FixedAddresses Build tsan --target unit_framework unit_support unit_ucl \
+    integration_providers
+  Step tsan-suite FixedAddresses Suite tsan -R '^(framework|support|ucl|providers)\.'
   last=tsan
 fi
 if Chosen fuzz; then

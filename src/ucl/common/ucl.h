@@ -45,7 +45,7 @@ using DataCallback = u32 (*)(u32 oneWay, u32* address, u32* connectionId, u32 le
 // accepted connections of one server are told one at a time. `connected` 0: the connection is lost
 // or dropped. It is told once per connection at most, and
 // - on a server exactly once for each connection that was not refused, but for those that
-//   UCLCloseServer ends;
+//   UCLCloseServer or UCLCleanup ends;
 // - on a client only after UCLEnableDisconnectCallback, or when a send or a wait of a caller fails
 //   on the connection, whether or not it was asked for; UCLDisconnect by itself tells nothing.
 // A send to a connection that does not exist (any more) is told too, each time, with an empty host.
