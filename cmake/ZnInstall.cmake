@@ -19,7 +19,7 @@ install(FILES ${PROJECT_BINARY_DIR}/include/zn/formalization_dtd.h
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/zn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING PATTERN "*.h")
 
-foreach(program znctl)
+foreach(program znctl znsvc)
   if(TARGET ${program})
     set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -62,3 +62,21 @@ install(CODE "
     \"${PROJECT_BINARY_DIR}/settings.toml\" @ONLY)
   file(INSTALL \"${PROJECT_BINARY_DIR}/settings.toml\"
     DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/znmira\")")
+
+# What a host needs to run the service: unit, logon rules, folders, and an example of access lists.
+# Below the prefix all of it is found by the host's own tools when the prefix is /usr.
+set(ZN_DIST ${PROJECT_SOURCE_DIR}/programs/znsvc/dist)
+install(FILES ${ZN_DIST}/znsvc.pam DESTINATION lib/pam.d RENAME znsvc)
+install(FILES ${ZN_DIST}/access.example.toml DESTINATION ${CMAKE_INSTALL_DATADIR}/znmira)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/znsvc.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(CODE "
+  set(binDir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+  set(docDir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
+  set(installDir \"\${CMAKE_INSTALL_PREFIX}/${ZN_INSTALL_DATADIR}\")
+  foreach(file systemd/system/znsvc.service tmpfiles.d/znsvc.conf)
+    get_filename_component(name \"\${file}\" NAME)
+    get_filename_component(folder \"\${file}\" DIRECTORY)
+    string(REPLACE \".conf\" \".tmpfiles\" source \"\${name}\")
+    configure_file(\"${ZN_DIST}/\${source}.in\" \"${PROJECT_BINARY_DIR}/\${name}\" @ONLY)
+    file(INSTALL \"${PROJECT_BINARY_DIR}/\${name}\" DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/\${folder}\")
+  endforeach()")

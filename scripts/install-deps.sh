@@ -12,6 +12,8 @@ build_packages=(
   libtomlplusplus-dev libxerces-c-dev
   # checksums, devices, mounts and network interfaces of the inventory provider
   libssl-dev libudev-dev libmount-dev libnl-route-3-dev
+  # logons, and the notices to systemd of the service
+  libpam0g-dev libsystemd-dev
   # the console
   libcli11-dev libfmt-dev nlohmann-json3-dev
 )
@@ -23,6 +25,8 @@ test_packages=(
   g++-mingw-w64-i686-posix
   # the live test adds an interface in a network namespace of its own
   iproute2
+  # logons by recorded passwords, the check of the unit file
+  libpam-wrapper systemd
 )
 
 case "${1:-test}" in

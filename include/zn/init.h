@@ -1,8 +1,9 @@
 /* Start and stop of the process that hosts the system database, and programs that become
  * providers.
  *
- * One process has one server life: ZnInitialize once, ShutdownServer once, in this order and not at
- * the same time. What ShutdownServer ended cannot be started again in the same process.
+ * One process has one server life: InitializeServer once (ZnInitialize alone for a bus without a
+ * network), ShutdownServer once, in this order and not at the same time. What ShutdownServer ended
+ * cannot be started again in the same process.
  */
 #pragma once
 
@@ -40,17 +41,46 @@ ZN_EXTERN_C_BEGIN
 ZN_API u32 ZnInitialize(u32 flags, ZnChangeCallback change, ZnEventCallback event,
                         ZnHandle* database);
 
+/* Starts a server: the framework, the trace file, the port for clients, the system database with
+ * its providers (ZnInitialize), the threads that tell clients of changes and answer datagrams.
+ * Providers load on the calling thread. Who connects before they have loaded is answered when they
+ * have.
+ *
+ *   settings     trace switches, null for none: the flag of row 0 traces the dispatch of requests,
+ *                that of row 1 the sending of notifications. A row with an empty name ends the
+ *                table. Each flag is set when the settings key "Tracing/znmira" has a value of the
+ *                row's name, whatever it is. Kept, and looked at, until ShutdownServer; the caller
+ *                may change the flags, or read them anew with ZnTraceRefresh.
+ *   port         of the service, TCP for sessions and UDP for discovery and pings; 0 for 2148.
+ *   noTokenDcom  not 0: logons by a token of component activation are never granted; no host of
+ *                this library grants them.
+ *   logonBypass  not 0: any user and any password are accepted. For tests, and for hosts that check
+ *                their users before they reach the port.
+ *
+ * For the settings see docs/settings.md. Returns ZN_OK; what ZnInitialize answers; the failure of
+ * the start alert; ZNE_UNEXPECTED when the event threads cannot be started, and for a second start;
+ * ZNE_OUT_OF_MEMORY. A port that is taken is none of these: it is traced ("BIND FAILED!!!"), and
+ * the service runs without clients. Nor are a thread and the shared memory of local logons that
+ * cannot be had. A failed start leaves what it made: call ShutdownServer and end. */
+ZN_API u32 InitializeServer(TraceFlagRow* settings, u32 port, u8 noTokenDcom, u8 logonBypass);
+
 /* Stops the server: refuses further provider calls and waits without limit for those that run,
  * raises the alert "event.alert.keld.server.shutdown" and waits up to 30 seconds until it has been
- * delivered with all that was raised before it, ends the event threads (what is queued after that
- * is dropped), calls Shutdown of every provider in the reverse of their load order and unloads
- * their libraries, deletes the databases, ends tracing. From then on every handle is refused with
- * ZNE_INVALID_ARGUMENTS; private databases and property sets of the caller are not freed.
+ * delivered with all that was raised before it, ends the sending to clients and closes their
+ * connections, ends the event threads (what is queued after that is dropped), calls Shutdown of
+ * every provider in the reverse of their load order and unloads their libraries, deletes the
+ * databases, ends tracing. From then on every handle is refused with ZNE_INVALID_ARGUMENTS; private
+ * databases and property sets of the caller are not freed.
  *
  * Not from a provider's slot, a task callback, an event or a change callback: it would wait for
  * itself. Without a system database it ends tracing alone. Always returns ZN_OK.
  */
 ZN_API u32 ShutdownServer(void);
+
+/* Logon tokens by component activation, which this host does not have: both do nothing. The start
+ * of a server calls the former. */
+ZN_API void InitDCOM(void);
+ZN_API void UninitDCOM(void);
 
 /* Makes the running program a provider of the database without an entry in the settings.
  *

@@ -247,6 +247,41 @@ TEST_F(EventQueueThreads, ChangesReachTheChangeCallbackInOrder) {
   }
 }
 
+TEST_F(EventQueueThreads, AChangeIsUnderWayUntilItsCallbackHasReturned) {
+  static Gate entered;
+  static Gate goOn;
+  DatabaseCallbacks callbacks;
+  callbacks.changeCallback = [](ZnHandle) {
+    entered.Open();
+    EXPECT_TRUE(goOn.Wait());
+  };
+  std::unique_ptr<Database> held;
+  {
+    const BusLock lock;
+    EXPECT_EQ(ChangesUnderWay(), 0u);
+    held = std::make_unique<Database>(0, callbacks);
+    QueueChange(*held, PropertySet());
+    QueueChange(*database_, PropertySet());
+    EXPECT_EQ(ChangesUnderWay(), 2u);
+  }
+  ASSERT_TRUE(entered.Wait());
+  EXPECT_EQ(ChangesUnderWay(), 2u);
+  goOn.Open();
+  static_cast<void>(told.WaitFor(1));
+  while (ChangesUnderWay() != 0) std::this_thread::yield();
+  const BusLock lock;
+  held.reset();
+}
+
+TEST_F(EventQueueThreads, AStopForgetsTheChangesThatItDrops) {
+  {
+    const BusLock lock;
+    StopEventThreads();
+    QueueChange(*database_, PropertySet());
+  }
+  EXPECT_EQ(ChangesUnderWay(), 0u);
+}
+
 TEST_F(EventQueueThreads, AChangeOutlivesItsDatabase) {
   {
     const BusLock lock;

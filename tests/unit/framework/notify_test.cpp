@@ -130,6 +130,22 @@ const std::vector<std::string> kWholeObject{"ChildList",  "CreatorId",     "Data
                                             "Flags",      "InterfaceList", "ObjectId",
                                             "ObjectType", "ParentList"};
 
+TEST_F(NotifyThreads, AMarkerPassesAnOpenSequenceAndCarriesItsId) {
+  clientsPresent = true;
+  Begin();
+  {
+    const BusLock lock;
+    database_->QueueMarker(4711);
+  }
+  const PropertySet marker = SentOne();
+  End();
+  EXPECT_EQ(Number(marker, "Message"), 11u);
+  EXPECT_EQ(Number(marker, "Flags"), 0x16u);
+  EXPECT_EQ(TopicOf(marker), "");
+  EXPECT_TRUE(IsZeroGuid(marker.FindValue("ObjectId", ZN_TYPE_OBJECT_ID)->AsGuid()));
+  EXPECT_EQ(Number(DataOf(marker), "ChangeNotifyServiceId"), 4711u);
+}
+
 TEST_F(NotifyThreads, AnAddedObjectComesWhole) {
   const DBNode* node = Make();
   const PropertySet record = SentOne();

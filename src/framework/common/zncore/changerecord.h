@@ -20,6 +20,8 @@ inline constexpr u32 kObjectChangeMessage = 0;
 inline constexpr u32 kCacheChangeMessage = 36;
 // "Message" of every marshalled record, whatever the record itself says.
 inline constexpr u32 kChangeNotificationMessage = 11;
+// Flags of the marker that orders an answer behind the changes of its request (QueueMarker).
+inline constexpr u32 kMarkerFlags = 0x16;
 
 struct ChangeRecord {
   u32 message = kObjectChangeMessage;

@@ -168,6 +168,10 @@ class Database {
   [[nodiscard]] u32 SequenceDepth() const noexcept { return sequenceDepth_; }
   [[nodiscard]] const UpdateQueue& PendingEvents() const noexcept { return pendingEvents_; }
 
+  // Queues a marker behind all changes so far, past an open sequence: a change without topic or
+  // object that carries the service id in its data. It reaches the change callback at its place.
+  void QueueMarker(u32 serviceId);
+
   // Makes the object that a marshalled one describes, if the database does not hold its id: in the
   // tables and indexes, announced to nobody. ZNE_TYPE_NOT_FOUND, or ZNE_INVALID_ARGUMENTS for a set
   // of another shape.

@@ -254,6 +254,15 @@ void Database::SendBatch(std::vector<std::unique_ptr<ChangeRecord>> records,
   SendRecord(batch);
 }
 
+void Database::QueueMarker(u32 serviceId) {
+  AssertBusLocked();
+  ChangeRecord marker;
+  marker.flags = kMarkerFlags;
+  marker.database = Handle();
+  marker.data.Put("ChangeNotifyServiceId", Value::UInt32(serviceId));
+  QueueChange(*this, MarshalRecord(marker));
+}
+
 void Database::SendRecord(ChangeRecord& record) {
   AttachRelations(record);
   QueueChange(*this, MarshalRecord(record));

@@ -147,6 +147,9 @@ class EventThreads {
   void Append(QueuedChange change);
   void Drain(ZnHandle database) noexcept;
   [[nodiscard]] bool WaitForDelivery(u32 timeoutMs) noexcept;
+  [[nodiscard]] u64 ChangesUnderWay() const noexcept {
+    return changesUnderWay_.load(std::memory_order_acquire);
+  }
 
  private:
   enum class State { kStopped, kRunning, kStopping };
@@ -173,6 +176,7 @@ class EventThreads {
   bool inBatch_ ZN_GUARDED_BY(mutex_) = false;
   u64 batches_ ZN_GUARDED_BY(mutex_) = 0;  // done ones
   std::vector<QueuedChange> changes_ ZN_GUARDED_BY(mutex_);
+  std::atomic<u64> changesUnderWay_ = 0;
   bool changeSleeps_ ZN_GUARDED_BY(mutex_) = false;
   u32 parameter_ = 0;  // written before the threads start
   Delivery delivery_;  // of the raise thread
@@ -248,6 +252,7 @@ void EventThreads::Stop() noexcept {
   accepting_.store(false, std::memory_order_relaxed);
   events.Swap(events_);
   changes.swap(changes_);
+  changesUnderWay_.fetch_sub(changes.size(), std::memory_order_release);
   state_ = State::kStopped;
   stopped_.NotifyAll();
 }
@@ -270,6 +275,7 @@ void EventThreads::Append(QueuedChange change) {
     const MutexLock lock(mutex_);
     if (state_ == State::kStopped) return;
     changes_.push_back(std::move(change));
+    changesUnderWay_.fetch_add(1, std::memory_order_relaxed);
     wake = std::exchange(changeSleeps_, false);
   }
   if (wake) changeQueued_.NotifyOne();
@@ -370,7 +376,10 @@ void EventThreads::RunChange() noexcept {
   // A wake empties the queue, with what comes in meanwhile; the stop is seen at the next wake.
   while (WaitForChanges()) {
     while (TakeChanges(&batch)) {
-      for (QueuedChange& item : batch) Tell(item);
+      for (QueuedChange& item : batch) {
+        Tell(item);
+        changesUnderWay_.fetch_sub(1, std::memory_order_release);
+      }
     }
   }
 }
@@ -434,6 +443,10 @@ void QueueChange(Database& database, PropertySet&& change) noexcept {
 
 bool WaitForDelivery(u32 timeoutMs) noexcept {
   return Threads().WaitForDelivery(timeoutMs);
+}
+
+u64 ChangesUnderWay() noexcept {
+  return Threads().ChangesUnderWay();
 }
 
 void DrainDatabaseEvents(Database& database) noexcept {

@@ -47,6 +47,10 @@ void SendLocalNotificationEvent(Database& database, std::string_view topic, cons
 // Queues a marshalled change for the change callback of the database. Under FAST_LOCK.
 void QueueChange(Database& database, PropertySet&& change) noexcept;
 
+// Changes that are queued or being told at this moment; 0 says that every change so far has been
+// handed to its callback, and that the callback has returned. Any thread.
+[[nodiscard]] u64 ChangesUnderWay() noexcept;
+
 // Withdraws what is queued for a database that goes and waits until the batch that may still use it
 // is done. Releases the bus lock while it waits; not on the raise thread itself.
 void DrainDatabaseEvents(Database& database) noexcept;

@@ -47,6 +47,10 @@ class StreamBuffer {
   [[nodiscard]] u32 Size() const noexcept { return size_; }
   [[nodiscard]] u32 Capacity() const noexcept { return capacity_; }
   [[nodiscard]] const u8* Data() const noexcept { return data_; }
+  // Drops what was written behind the first `size` bytes.
+  void CutTo(u32 size) noexcept { size_ = size; }
+  // A place that was written before; dead with the next Extend.
+  [[nodiscard]] u8* At(u32 offset) noexcept { return data_ + offset; }
   // Hands the block over; it is freed with ZnFree. Null when nothing was written.
   [[nodiscard]] void* Take(u32* length) noexcept;
 

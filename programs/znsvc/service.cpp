@@ -1,0 +1,141 @@
+// The run of the service. Signals are blocked in every thread and taken by the main thread, one at
+// a time, so no handler runs anywhere.
+#include "service.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include "port.h"
+#include "report.h"
+#include "settings.h"
+#include "zn/init.h"
+#include "zn/status.h"
+#include "zn/text.h"
+#include "zn/trace.h"
+
+namespace zn::svc {
+
+namespace {
+
+constexpr const ZnWChar* kTraceComponent = u"znmira";
+
+// The switches of the library's two optional traces, by the names that their values have in the
+// settings, [Tracing.znmira]. The library keeps the table until the stop.
+TraceFlagRow traceFlags[] = {{u"TRACEDISPATCH", 0}, {u"TRACENOTIFY", 0}, {u"", 0}};
+
+// Read into a copy first: the service looks at the flags all the time.
+void ReadTraceFlagsAnew() {
+  TraceFlagRow fresh[] = {{u"TRACEDISPATCH", 0}, {u"TRACENOTIFY", 0}, {u"", 0}};
+  static_cast<void>(ZnTraceRefresh(kTraceComponent, fresh));
+  for (int row = 0; row < 2; ++row) {
+    std::atomic_ref<u8>(traceFlags[row].flag).store(fresh[row].flag, std::memory_order_relaxed);
+  }
+}
+
+class Signals {
+ public:
+  Signals() {
+    sigemptyset(&set_);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&set_, number);
+    static_cast<void>(pthread_sigmask(SIG_BLOCK, &set_, nullptr));
+    static_cast<void>(signal(SIGPIPE, SIG_IGN));
+  }
+  [[nodiscard]] int Wait() const {
+    int number = 0;
+    while (sigwait(&set_, &number) != 0) {
+    }
+    return number;
+  }
+  // From here on a signal to end ends the process at once: whoever sends a second one does not want
+  // to wait for the calls that still run.
+  void EndAtOnce() const {
+    std::thread([this] {
+      int number = SIGHUP;
+      while (number == SIGHUP) number = Wait();
+      _exit(128 + number);
+    }).detach();
+  }
+
+ private:
+  sigset_t set_;
+};
+
+[[nodiscard]] std::string StatusText(u32 status) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08x ", status);
+  return std::string(text) + ZnSysGetErrorString(0, status);
+}
+
+[[nodiscard]] std::string PlaceText(const std::string& address, unsigned port) {
+  return (address.empty() ? std::string("every address") : address) + ", port " +
+         std::to_string(port);
+}
+
+void WaitForTheEnd(const Signals& signals, const Report& report, const std::string& status) {
+  while (signals.Wait() == SIGHUP) {
+    report.Reloading();
+    ReadTraceFlagsAnew();
+    report.Say("trace flags read anew");
+    report.Ready(status);
+  }
+}
+
+void Stop(const Signals& signals, const Report& report) {
+  report.Stopping();
+  report.Say("stopping");
+  signals.EndAtOnce();
+  static_cast<void>(ShutdownServer());
+  report.Say("stopped");
+}
+
+// The port to listen on; 0, with a complaint, when there is none.
+[[nodiscard]] unsigned ChoosePort(const Options& options, const std::string& address,
+                                  const Report& report) {
+  if (options.port == 0) {
+    const unsigned port = FreePort(address);
+    if (port == 0) report.Complain("no free port on " + address);
+    return port;
+  }
+  const std::string fault = PortFault(address, options.port);
+  if (fault.empty()) return options.port;
+  report.Complain(fault);
+  return 0;
+}
+
+}  // namespace
+
+int RunService(const Options& options) {
+  const Signals signals;
+  const Report report(options.foreground);
+  const std::string address = ReadBindAddress();
+  if (const std::string fault = InsecureFault(options, address); !fault.empty()) {
+    report.Complain(fault);
+    return kExitUsage;
+  }
+  const unsigned port = ChoosePort(options, address, report);
+  if (port == 0) return kExitFailed;
+  if (options.acceptAnyPassword) report.Complain("WARNING: any password is accepted");
+  const u32 status = InitializeServer(traceFlags, port, 1, options.acceptAnyPassword ? 1 : 0);
+  if (status != ZN_OK) {
+    report.Complain("the start failed: " + StatusText(status) + SettingsHint());
+    signals.EndAtOnce();
+    static_cast<void>(ShutdownServer());
+    return kExitFailed;
+  }
+  const std::string place = "listening on " + PlaceText(address, port);
+  report.Say(place);
+  // Whoever asked for any free port wants to know which, wherever else it is told.
+  if (options.port == 0 && !options.foreground) std::cout << "znsvc: " << place << std::endl;
+  report.Ready(place);
+  WaitForTheEnd(signals, report, place);
+  Stop(signals, report);
+  return kExitDone;
+}
+
+}  // namespace zn::svc

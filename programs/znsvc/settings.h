@@ -1,0 +1,15 @@
+// The settings as the service itself looks at them, before the library does.
+#pragma once
+
+#include <string>
+
+namespace zn::svc {
+
+// The file that counts: ZN_SETTINGS, else the default.
+[[nodiscard]] std::string SettingsFile();
+// "BindAddress"; empty when it is not set.
+[[nodiscard]] std::string ReadBindAddress();
+// A sentence for a failed start: where to look.
+[[nodiscard]] std::string SettingsHint();
+
+}  // namespace zn::svc

@@ -1,0 +1,76 @@
+// Sending of notifications: changes (message 11) and events (message 12) as one-way messages to
+// every client that hears them. Two callbacks of the system database fill one queue, the change
+// callback on the change thread and the event callback on the raise thread; one send thread empties
+// it, a round at a time, in order. A message is marshalled once, whatever the number of clients,
+// and a round costs each client one send.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "framework/common/znpropset/propertyset.h"
+#include "service/common/clienttable.h"
+#include "service/common/serviceid.h"
+#include "service/common/traceflags.h"
+#include "service/common/transport.h"
+#include "support/common/sync.h"
+#include "zn/types.h"
+
+namespace zn {
+
+// One message on its way, or a marker, which has no message.
+struct PendingNotification {
+  UclBuffer message;
+  u32 serviceId = 0;  // not 0: a marker, which no client gets
+};
+
+class NotificationSender {
+ public:
+  // All of them outlive the sender.
+  NotificationSender(ClientTable& clients, ServiceIds& serviceIds, Transport& transport,
+                     const TraceFlags& traces) noexcept
+      : clients_(clients), serviceIds_(serviceIds), transport_(transport), traces_(traces) {}
+  ~NotificationSender() { Stop(); }
+  NotificationSender(const NotificationSender&) = delete;
+  NotificationSender& operator=(const NotificationSender&) = delete;
+
+  // Starts the send thread; false when there is none to be had.
+  [[nodiscard]] bool Start() noexcept;
+  // One more round for what is queued, then the end of the thread, which is waited for.
+  void Stop() noexcept;
+
+  // The work of the two callbacks. Memory that is short loses the message, and nothing is reported.
+  void ChangeNotify(const PropertySet& change) noexcept;
+  [[nodiscard]] bool EventNotify(const EventRecord& event) noexcept;
+
+  // Messages and markers that are queued or being sent. Any thread.
+  [[nodiscard]] u64 UnderWay() const noexcept { return underWay_.load(std::memory_order_acquire); }
+
+  // One round, on the calling thread; the send thread does nothing else. For it and for the tests.
+  void RunRound() noexcept;
+
+ private:
+  void Append(PendingNotification item) noexcept;
+  [[nodiscard]] bool WaitForWork() noexcept;
+  void Run() noexcept;
+  void Send(const std::vector<UclBuffer>& messages, const std::vector<ClientPtr>& listeners);
+
+  ClientTable& clients_;
+  ServiceIds& serviceIds_;
+  Transport& transport_;
+  const TraceFlags& traces_;
+  std::atomic<u64> underWay_{0};
+  Mutex mutex_;
+  Condition wake_;
+  std::vector<PendingNotification> queue_ ZN_GUARDED_BY(mutex_);
+  bool stop_ ZN_GUARDED_BY(mutex_) = false;
+  // Of the send thread; they keep their room from one round to the next.
+  std::vector<PendingNotification> round_;
+  std::vector<UclBuffer> messages_;
+  std::vector<UclTarget> targets_;
+  std::thread thread_;
+};
+
+}  // namespace zn

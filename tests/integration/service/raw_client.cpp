@@ -1,0 +1,221 @@
+#include "tests/integration/service/raw_client.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "ucl/common/cipher.h"
+#include "ucl/common/credentials.h"
+#include "zn/memory.h"
+
+namespace zn::test {
+
+namespace {
+
+constexpr int kPatienceMs = 60000;
+constexpr std::string_view kHead{"\r\n--#UCL_DATA_HEAD#--\0", 22};
+constexpr std::string_view kTail{"\r\n--#UCL_DATA__END#--\0", 22};
+
+std::string Word(u32 value) {
+  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16),
+          static_cast<char>(value >> 8), static_cast<char>(value)};
+}
+
+u32 WordAt(std::string_view bytes, size_t at) {
+  u32 value = 0;
+  for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<u8>(bytes[at + i]);
+  return value;
+}
+
+}  // namespace
+
+PropertySet RawFrame::Set() const {
+  PropertySet set;
+  BinaryReader reader(payload.data(), payload.size());
+  EXPECT_EQ(set.Unmarshal(reader), ZN_OK);
+  return set;
+}
+
+std::string FrameBytes(u32 type, u32 id, std::string_view payload, u32 status) {
+  std::string bytes(kHead);
+  bytes += Word(0) + Word(static_cast<u32>(payload.size())) + Word(type) + Word(id) + Word(status);
+  bytes += payload;
+  bytes += kTail;
+  return bytes;
+}
+
+std::string MarshalledBytes(const PropertySet& set) {
+  BinaryWriter stream;
+  set.Marshal(stream);
+  return {reinterpret_cast<const char*>(stream.Buffer().Data()), stream.Buffer().Size()};
+}
+
+u32 NumberOf(const PropertySet& set, std::string_view name) {
+  const Value* value = set.FindValue(name, ZN_TYPE_UINT32);
+  EXPECT_NE(value, nullptr) << name;
+  return value == nullptr ? 0xDEADBEEF : value->AsUInt32();
+}
+
+void RawClient::Connect(unsigned port) {
+  fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  name.sin_port = htons(static_cast<u16>(port));
+  ASSERT_EQ(connect(fd_, reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
+  const int yes = 1;
+  setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+}
+
+void RawClient::Close() {
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+}
+
+bool RawClient::SendBytes(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t sent = send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (sent <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(sent));
+  }
+  return true;
+}
+
+bool RawClient::ReceiveBytes(size_t count, std::string* bytes) {
+  bytes->clear();
+  while (bytes->size() < count) {
+    pollfd waited{fd_, POLLIN, 0};
+    if (poll(&waited, 1, kPatienceMs) != 1) return false;
+    char buffer[65536];
+    const ssize_t got = recv(fd_, buffer, std::min(sizeof buffer, count - bytes->size()), 0);
+    if (got <= 0) return false;
+    bytes->append(buffer, static_cast<size_t>(got));
+  }
+  return true;
+}
+
+bool RawClient::Receive(RawFrame* frame) {
+  std::string head;
+  if (!ReceiveBytes(42, &head)) return false;
+  EXPECT_EQ(std::string_view(head).substr(0, 22), kHead);
+  EXPECT_EQ(WordAt(head, 22), 0u);
+  frame->type = WordAt(head, 30);
+  frame->id = WordAt(head, 34);
+  frame->status = WordAt(head, 38);
+  std::string tail;
+  if (!ReceiveBytes(WordAt(head, 26), &frame->payload) || !ReceiveBytes(22, &tail)) return false;
+  EXPECT_EQ(tail, kTail);
+  return true;
+}
+
+bool RawClient::IsClosedByPeer() {
+  std::string bytes;
+  pollfd waited{fd_, POLLIN, 0};
+  if (poll(&waited, 1, kPatienceMs) != 1) return false;
+  char byte = 0;
+  return recv(fd_, &byte, 1, 0) <= 0;
+}
+
+u32 RawClient::SendRequest(const PropertySet& message) {
+  const u32 id = ++lastId_;
+  EXPECT_TRUE(SendBytes(FrameBytes(2, id, MarshalledBytes(message))));
+  return id;
+}
+
+RawFrame RawClient::WaitForResponse(u32 id) {
+  RawFrame frame;
+  while (Receive(&frame)) {
+    if (frame.type == 1 && frame.id == id) return frame;
+    pushed.push_back(frame);
+  }
+  ADD_FAILURE() << "no response";
+  return {};
+}
+
+RawFrame RawClient::Ask(const PropertySet& message) {
+  return WaitForResponse(SendRequest(message));
+}
+
+void RawClient::Meet(u32 offer) {
+  offered_ = Ask(OfferOf(offer)).Set();
+  EXPECT_EQ(NumberOf(offered_, "Result"), ZN_OK);
+  PropertySet request = MessageOf(13);
+  request.Put("Length", Value::UInt32(512));
+  const PropertySet answer = Ask(request).Set();
+  const Value* data = answer.FindValue("Data", ZN_TYPE_BINARY);
+  ASSERT_NE(data, nullptr);
+  challenge_ = data->AsBinary();
+}
+
+PropertySet RawClient::LogonMessage(const std::u16string& user, const std::u16string& password,
+                                    const std::u16string& domain, u32 type) const {
+  std::vector<u8> block;
+  EXPECT_EQ(BuildCredentialBlock(challenge_, {user, password, domain, u""}, &block), ZN_OK);
+  void* cipher = nullptr;
+  u32 length = 0;
+  EXPECT_EQ(EncipherBlock(block.data(), static_cast<u32>(block.size()), 2, 0, &cipher, &length),
+            ZN_OK);
+  PropertySet message = MessageOf(3);
+  message.Put("Data", Value::Binary(cipher, length));
+  message.Put("AuthenticationType", Value::UInt32(type));
+  ZnFree(cipher);
+  return message;
+}
+
+u32 RawClient::LogOn(const std::u16string& user, const std::u16string& password,
+                     const std::u16string& domain, u32 offer) {
+  Meet(offer);
+  return NumberOf(Ask(LogonMessage(user, password, domain, offer)).Set(), "Result");
+}
+
+PropertySet RawClient::Objects(const char* type) {
+  const PropertySet answer = Ask(CacheRequestOf(type)).Set();
+  EXPECT_EQ(NumberOf(answer, "Result"), ZN_OK);
+  const Value* data = answer.FindValue("Data", ZN_TYPE_PROPSET);
+  return data == nullptr ? PropertySet() : data->AsSet();
+}
+
+PropertySet MessageOf(u32 number) {
+  PropertySet set;
+  set.Put("Message", Value::UInt32(number));
+  return set;
+}
+
+PropertySet OfferOf(u32 authentication) {
+  PropertySet data;
+  data.Put("EncryptionKeyIndex", Value::UInt32(1));
+  PropertySet set = MessageOf(1);
+  set.Put("Version", Value::UInt32(30));
+  set.Put("Encryption", Value::UInt32(2));
+  set.Put("Compression", Value::UInt32(0));
+  set.Put("Authentication", Value::UInt32(authentication));
+  set.Put("Data", wire::AsBinary(data));
+  return set;
+}
+
+PropertySet CacheRequestOf(const char* type) {
+  PropertySet data;
+  data.Put("Type", Value::Text(std::string_view(type)));
+  PropertySet set = MessageOf(5);
+  set.Put("Criteria", Value::UInt32(2));
+  set.Put("Data", Value::Set(std::move(data)));
+  return set;
+}
+
+PropertySet CallOf(const ObjectId& object, const GUID& interfaceId, u32 majorCode, u32 minorCode,
+                   PropertySet data) {
+  PropertySet set = MessageOf(7);
+  set.Put("ObjectId", Value::Id(object));
+  set.Put("InterfaceId", Value::Guid(interfaceId));
+  set.Put("MajorCode", Value::UInt32(majorCode));
+  set.Put("MinorCode", Value::UInt32(minorCode));
+  set.Put("Data", Value::Set(std::move(data)));
+  set.Put("Flags", Value::UInt32(0));
+  set.Put("Reserved", Value::UInt32(0));
+  return set;
+}
+
+}  // namespace zn::test

@@ -1,0 +1,114 @@
+#include "tests/integration/service/service_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+extern char** environ;
+
+namespace zn::test {
+
+ServiceProcess::ServiceProcess(const std::string& settings) {
+  WriteFile(SettingsFile(), "InstallDir = '" + folder_.Path() + "'\nBindAddress = '127.0.0.1'\n" +
+                                settings + "\n[ProviderGroup]\n[Providers.example]\nImageFile = '" +
+                                ZN_EXAMPLE_PROVIDER + "'\n");
+  WritePamRules();
+}
+
+ServiceProcess::~ServiceProcess() {
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    static_cast<void>(waitpid(pid_, nullptr, 0));
+  }
+  if (out_ >= 0) close(out_);
+}
+
+// anna and root with passwords; ben's is wrong for everybody.
+void ServiceProcess::WritePamRules() const {
+  std::filesystem::create_directory(folder_ / "pam");
+  WriteFile(folder_ / "passwords", "anna:secret:znsvc\nroot:toor:znsvc\nben:secret:znsvc\n");
+  const std::string matrix = std::string(ZN_PAM_MATRIX) + " passdb=" + (folder_ / "passwords");
+  WriteFile(folder_ / "pam/znsvc", "auth required " + matrix + "\naccount required " + matrix +
+                                       "\npassword required " + matrix + "\nsession required " +
+                                       matrix + "\n");
+}
+
+void ServiceProcess::AddSettings(const std::string& text) const {
+  WriteFile(SettingsFile(), ReadFile(SettingsFile()) + text);
+}
+
+void ServiceProcess::Spawn(const std::vector<std::string>& arguments) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  std::vector<std::string> words = {ZNSVC_PROGRAM, "--settings", SettingsFile()};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  std::vector<std::string> variables = {
+      std::string("LD_PRELOAD=") + ZN_PAM_WRAPPER, "PAM_WRAPPER=1",
+      "PAM_WRAPPER_SERVICE_DIR=" + (folder_ / "pam"), "PAM_WRAPPER_DEBUGLEVEL=0"};
+  if (!notifySocket_.empty()) variables.push_back("NOTIFY_SOCKET=" + notifySocket_);
+  std::vector<char*> envp;
+  for (std::string& variable : variables) envp.push_back(variable.data());
+  for (char** variable = environ; *variable != nullptr; ++variable) envp.push_back(*variable);
+  envp.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+  const int error = posix_spawn(&pid_, ZNSVC_PROGRAM, &actions, nullptr, argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&actions);
+  close(ends[1]);
+  ASSERT_EQ(error, 0);
+  if (out_ >= 0) close(out_);
+  out_ = ends[0];
+}
+
+// Without its end; empty at the end of the output.
+std::string ServiceProcess::ReadLine() const {
+  std::string line;
+  char c = 0;
+  while (read(out_, &c, 1) == 1 && c != '\n') line += c;
+  return line;
+}
+
+bool ServiceProcess::Start(std::vector<std::string> arguments) {
+  arguments.insert(arguments.end(), {"--port", "0", "--foreground"});
+  Spawn(arguments);
+  constexpr std::string_view kMark = "znsvc: listening on 127.0.0.1, port ";
+  for (std::string line = ReadLine(); !line.empty(); line = ReadLine()) {
+    output_ += line + "\n";
+    if (line.compare(0, kMark.size(), kMark) != 0) continue;
+    port_ = static_cast<unsigned>(std::stoul(line.substr(kMark.size())));
+    return true;
+  }
+  return false;
+}
+
+int ServiceProcess::RunToEnd(const std::vector<std::string>& arguments) {
+  Spawn(arguments);
+  output_.clear();
+  char buffer[4096];
+  for (ssize_t got = 0; (got = read(out_, buffer, sizeof buffer)) > 0;) {
+    output_.append(buffer, static_cast<size_t>(got));
+  }
+  return WaitForEnd();
+}
+
+void ServiceProcess::Signal(int number) const {
+  ASSERT_EQ(kill(pid_, number), 0);
+}
+
+int ServiceProcess::WaitForEnd() {
+  int status = 0;
+  if (waitpid(pid_, &status, 0) != pid_) return -1;
+  pid_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace zn::test

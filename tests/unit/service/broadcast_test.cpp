@@ -1,0 +1,174 @@
+// Discovery replies and pings, over a real socket of this machine.
+#include "service/common/broadcast.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/unit/service/service_fixture.h"
+
+namespace zn::test {
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr u32 kLoopback = 0x0100007F;
+
+std::vector<u32> NumbersOf(const Value& array) {
+  std::vector<u32> numbers;
+  for (const Value& value : array.AsArray()) numbers.push_back(value.AsUInt32());
+  return numbers;
+}
+
+TEST(DiscoveryReply, TellsAllThatAClientWantsToKnow) {
+  const HostDescription description{TestGuid(7), 30, 5};
+  const std::string bytes = DiscoveryReply("host", {0x0100007F, 0x0200A8C0}, description);
+  const PropertySet set = SetOf(bytes);
+  EXPECT_EQ(set.Count(), 7u);
+  EXPECT_EQ(set.FindValue("Hostname", ZN_TYPE_STRING)->AsText(), "host");
+  EXPECT_TRUE(SameGuid(set.FindValue("DatabaseId", ZN_TYPE_OBJECT_ID)->AsGuid(), TestGuid(7)));
+  EXPECT_EQ(NumberIn(set, "MiraVersion"), 30u);
+  EXPECT_EQ(NumberIn(set, "MiraType"), 0u);
+  EXPECT_EQ(NumberIn(set, "ServerFlags"), 5u);
+  EXPECT_THAT(NumbersOf(*set.FindValue("HostIP", ZN_TYPE_UINT32 | ZN_TYPE_ARRAY)),
+              ElementsAre(0x7F000001, 0xC0A80002));
+  const Value* protocols = set.FindValue("SupportedProtocols", ZN_TYPE_PROPSET | ZN_TYPE_ARRAY);
+  ASSERT_NE(protocols, nullptr);
+  ASSERT_EQ(protocols->AsArray().size(), 1u);
+  const PropertySet& protocol = protocols->AsArray()[0].AsSet();
+  EXPECT_EQ(NumberIn(protocol, "ProtocolVersion"), 30u);
+  EXPECT_EQ(protocol.FindValue("ProtocolName", ZN_TYPE_STRING)->AsText(), "Socket");
+}
+
+TEST(DiscoveryReply, FitsIntoADatagramHoweverManyAddressesThereAre) {
+  const std::vector<u32> addresses(5000, 0x0100007F);
+  const std::string bytes = DiscoveryReply(std::string(255, 'h'), addresses, {});
+  EXPECT_LE(bytes.size(), 3072u);
+  const PropertySet set = SetOf(bytes);
+  EXPECT_EQ(set.FindValue("HostIP", ZN_TYPE_UINT32 | ZN_TYPE_ARRAY)->AsArray().size(), 100u);
+}
+
+class Listener : public ServiceTest {
+ protected:
+  void SetUp() override {
+    ServiceTest::SetUp();
+    server_->pingToken = 0x0100007F;
+    ASSERT_TRUE(client_.Open());
+    ASSERT_TRUE(client_.Bind(kLoopback, 0));
+    DatagramSocket free;
+    ASSERT_TRUE(free.Open());
+    ASSERT_TRUE(free.Bind(kLoopback, 0));
+    port_ = free.Port();
+  }
+  void StartListener() {
+    listener_ = std::make_unique<BroadcastListener>(*server_);
+    ASSERT_TRUE(listener_->Start("127.0.0.1", port_));
+  }
+  void TearDown() override {
+    listener_.reset();
+    ServiceTest::TearDown();
+  }
+  void SendDatagram(std::string_view bytes) {
+    ASSERT_TRUE(client_.Send(bytes.data(), static_cast<u32>(bytes.size()), kLoopback, port_));
+  }
+  [[nodiscard]] std::string Receive() {
+    if (client_.Wait(kPatienceMs) != DatagramSocket::WaitResult::kReady) return "nothing";
+    char buffer[4096];
+    u32 address = 0;
+    u32 port = 0;
+    const i32 length = client_.Receive(buffer, sizeof buffer, &address, &port);
+    return length < 0 ? "failure" : std::string(buffer, static_cast<size_t>(length));
+  }
+  static constexpr std::string_view kDiscover{"\0\0\0\1", 4};
+  static constexpr std::string_view kPing{"\0\0\0\2", 4};
+  DatagramSocket client_;
+  u32 port_ = 0;
+  std::unique_ptr<BroadcastListener> listener_;
+};
+
+TEST_F(Listener, AnswersAPingWithTheToken) {
+  StartListener();
+  SendDatagram(kPing);
+  EXPECT_EQ(Receive(), std::string("\x01\0\0\x7F", 4)) << "as a number, highest byte first";
+}
+
+TEST_F(Listener, AnswersADiscovery) {
+  StartListener();
+  SendDatagram(kDiscover);
+  const PropertySet set = SetOf(Receive());
+  EXPECT_TRUE(SameGuid(set.FindValue("DatabaseId", ZN_TYPE_OBJECT_ID)->AsGuid(),
+                       database_->GetId().Value()));
+  EXPECT_EQ(NumberIn(set, "MiraVersion"), 30u);
+}
+
+struct Malformed {
+  const char* trace;
+  std::string_view bytes;
+};
+constexpr Malformed kMalformed[] = {
+    {"Incorrect bytes received by BroadcastListener", {"\0\0\0\2\0", 5}},
+    {"Incorrect bytes received by BroadcastListener", {"\0\0\0", 3}},
+    {"Incorrect bytes received by BroadcastListener", {"", 0}},
+    {"Incorrect command received by BroadcastListener", {"\0\0\0\3", 4}},
+    {"Incorrect command received by BroadcastListener", {"\2\0\0\0", 4}},
+};
+TEST_F(Listener, AnswersNothingMalformed) {
+  StartListener();
+  for (const Malformed& row : kMalformed) {
+    SCOPED_TRACE(row.trace);
+    const TraceCapture trace(4);
+    SendDatagram(row.bytes);
+    SendDatagram(kPing);
+    EXPECT_EQ(Receive(), std::string("\x01\0\0\x7F", 4)) << "the answer to the ping behind it";
+    EXPECT_THAT(trace.Messages(), ElementsAre(row.trace));
+  }
+}
+
+TEST_F(Listener, AnswersNoPingWhenKeepAliveIsDisabled) {
+  StartListener();
+  server_->isKeepAliveDisabled = true;
+  SendDatagram(kPing);
+  SendDatagram(kDiscover);
+  EXPECT_GT(Receive().size(), 4u) << "the discovery's answer is the first to come";
+}
+
+TEST_F(Listener, SaysThatItsPortIsTaken) {
+  DatagramSocket other;
+  ASSERT_TRUE(other.Open());
+  ASSERT_TRUE(other.Bind(kLoopback, port_));
+  const TraceCapture trace(6);
+  StartListener();
+  listener_->Stop();
+  EXPECT_THAT(trace.Messages(), ElementsAre("Bind failed for BroadcastListener"));
+}
+
+TEST_F(Listener, SaysThatItListensAndWhomItAnswers) {
+  const TraceCapture trace(1);
+  StartListener();
+  SendDatagram(kDiscover);
+  static_cast<void>(Receive());
+  listener_->Stop();
+  EXPECT_TRUE(trace.Has("Bind successful for BroadcastListener"));
+  EXPECT_TRUE(trace.Has("Command received by BroadcastListener from client: 127.0.0.1"));
+  EXPECT_TRUE(trace.Has("Sent response to 127.0.0.1 from BroadcastListener"));
+}
+
+TEST_F(Listener, StopsAtOnce) {
+  StartListener();
+  const auto begin = std::chrono::steady_clock::now();
+  listener_->Stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+}
+
+TEST(PingToken, IsAnAddressOfThisHost) {
+  std::string name;
+  std::string official;
+  std::vector<u32> addresses;
+  if (!GetLocalHostName(&name) || !LookUpHost(name, &official, &addresses)) {
+    GTEST_SKIP() << "this host does not know its own name";
+  }
+  EXPECT_EQ(CreatePingToken(), addresses.front());
+}
+
+}  // namespace
+
+}  // namespace zn::test

@@ -1,0 +1,280 @@
+// What the tests of the service share: a server without a network (the transport writes down what
+// it is asked for), with a host whose users are the test's, over a system database whose changes
+// and events go to it; and a client that speaks in property sets.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "framework/common/znevent/eventqueue.h"
+#include "framework/common/znwire/messages.h"
+#include "framework/common/znwire/nestedset.h"
+#include "service/common/server.h"
+#include "support/common/text.h"
+#include "tests/unit/framework/bus_fixture.h"
+#include "tests/unit/framework/event_fixture.h"
+#include "tests/unit/framework/fixture.h"
+#include "ucl/common/cipher.h"
+#include "ucl/common/credentials.h"
+#include "ucl/common/round.h"
+#include "zn/memory.h"
+
+namespace zn::test {
+
+inline constexpr u32 kPeer = 0x0100007F;  // 127.0.0.1 as it stands in memory
+
+[[nodiscard]] inline std::string BytesOf(const PropertySet& set) {
+  BinaryWriter stream;
+  set.Marshal(stream);
+  return {reinterpret_cast<const char*>(stream.Buffer().Data()), stream.Buffer().Size()};
+}
+
+[[nodiscard]] inline PropertySet SetOf(std::string_view bytes) {
+  PropertySet set;
+  BinaryReader reader(bytes.data(), bytes.size());
+  EXPECT_EQ(set.Unmarshal(reader), ZN_OK);
+  return set;
+}
+
+[[nodiscard]] inline u32 NumberIn(const PropertySet& set, std::string_view name) {
+  const Value* value = set.FindValue(name, ZN_TYPE_UINT32);
+  EXPECT_NE(value, nullptr) << name;
+  return value == nullptr ? 0xDEADBEEF : value->AsUInt32();
+}
+
+class FakeTransport final : public Transport {
+ public:
+  void Disconnect(u32 address, u32 connectionId) override {
+    disconnected.Add({address, connectionId});
+  }
+  void MarkLoggedOn(u32, u32 connectionId) override { loggedOn.Add(connectionId); }
+  void SendRound(const std::vector<UclBuffer>& messages, std::vector<UclTarget>* targets) override {
+    if (onSend) onSend();
+    for (UclTarget& target : *targets) {
+      target.status = failing.contains(target.connectionId) ? UCLE_SOCKET_ERROR : ZN_OK;
+      sent.Add({target.connectionId, messages});
+    }
+  }
+
+  struct Sent {
+    u32 connectionId;
+    std::vector<UclBuffer> messages;
+  };
+  Collected<std::pair<u32, u32>> disconnected;
+  Collected<u32> loggedOn;
+  Collected<Sent> sent;
+  std::set<u32> failing;         // set before anything is sent
+  std::function<void()> onSend;  // the same
+};
+
+class FakeHost final : public LogonHost {
+ public:
+  [[nodiscard]] bool LogOn(const LogonAttempt& attempt) override {
+    if (onLogOn) onLogOn(attempt);
+    const auto found = passwords.find(attempt.user);
+    return found != passwords.end() && found->second == attempt.password;
+  }
+  [[nodiscard]] bool IsMember(GroupKind kind, std::u16string_view domain, std::u16string_view user,
+                              std::u16string_view group) override {
+    asked.push_back({kind, std::u16string(domain), std::u16string(user), std::u16string(group)});
+    return members.contains({kind, std::u16string(user), std::u16string(group)});
+  }
+  [[nodiscard]] bool MayLoadDrivers(std::u16string_view, std::u16string_view user) override {
+    return drivers.contains(std::u16string(user));
+  }
+  void EndDelays() override {}
+
+  struct Question {
+    GroupKind kind;
+    std::u16string domain;
+    std::u16string user;
+    std::u16string group;
+  };
+  std::map<std::u16string, std::u16string> passwords;
+  std::set<std::tuple<GroupKind, std::u16string, std::u16string>> members;
+  std::set<std::u16string> drivers;
+  std::vector<Question> asked;
+  std::function<void(const LogonAttempt&)> onLogOn;
+};
+
+[[nodiscard]] inline PropertySet SetIn(const UclBuffer& message) {
+  return SetOf({static_cast<const char*>(message->Data()), message->Length()});
+}
+
+// What came back for one buffer.
+struct Reply {
+  u32 status = 0;
+  bool hasAnswer = false;
+  std::string bytes;
+  PropertySet set;
+
+  [[nodiscard]] u32 Result() const { return NumberIn(set, "Result"); }
+  [[nodiscard]] bool Has(std::string_view name) const { return set.Find(name) != nullptr; }
+};
+
+class ServiceTest : public BusTest {
+ protected:
+  void SetUp() override {
+    script = {};
+    server_ = std::make_unique<ServerObject>(transport_, host_);
+    current = server_.get();
+    ASSERT_TRUE(StartFramework(0));
+    {
+      const BusLock lock;
+      DatabaseCallbacks callbacks;
+      callbacks.changeCallback = [](ZnHandle change) {
+        current->sender.ChangeNotify(*HandleThing<PropertySet>(change));
+      };
+      callbacks.eventCallback = [](const EventRecord* event, u32) {
+        return current->sender.EventNotify(*event);
+      };
+      auto database = std::make_unique<Database>(DB_KEYED, callbacks);
+      database_ = database.get();
+      SetSystemDatabase(database_);
+      DatabaseList().push_back(std::move(database));
+      ASSERT_EQ(CreateSystemProvider(*database_, kSystemProviderName), ZN_OK);
+      database_->RaiseNotifyEnable();
+    }
+    SetClientsPresentTest([] { return current->connectedClients.Count() != 0; });
+    server_->isReady = true;
+    server_->allLoaded.Open();
+    host_.passwords[u"anna"] = u"secret";
+    host_.drivers.insert(u"anna");
+  }
+  void TearDown() override {
+    server_->serviceIds.EndWaits();
+    server_->slots.EndWaits();
+    server_->sender.Stop();
+    BusTest::TearDown();
+    SetClientsPresentTest(nullptr);
+    server_.reset();
+  }
+
+  ClientPtr Connect(u32 connectionId = 1) {
+    EXPECT_EQ(ClientConnected(*server_, "127.0.0.1", "127.0.0.1", kPeer, connectionId), ZN_OK);
+    return server_->clients.Find(kPeer, connectionId);
+  }
+  void Disconnect(u32 connectionId = 1) { ClientDisconnected(*server_, kPeer, connectionId); }
+
+  Reply SendBytes(std::string_view bytes, u32 connectionId = 1) {
+    Reply reply;
+    u32 length = 0;
+    void* block = nullptr;
+    reply.status = ZnSendReceive(*server_, static_cast<u32>(bytes.size()), bytes.data(), &length,
+                                 &block, kPeer, connectionId);
+    reply.hasAnswer = block != nullptr;
+    if (block == nullptr) return reply;
+    reply.bytes.assign(static_cast<const char*>(block), length);
+    ZnFree(block);
+    reply.set = SetOf(reply.bytes);
+    EXPECT_EQ(BytesOf(reply.set), reply.bytes) << "an answer is a marshalled set and nothing else";
+    return reply;
+  }
+  Reply Send(const PropertySet& set, u32 connectionId = 1) {
+    return SendBytes(BytesOf(set), connectionId);
+  }
+
+  // --- Messages --------------------------------------------------------------------------------
+
+  [[nodiscard]] static PropertySet Message(u32 number) {
+    PropertySet set;
+    set.Put("Message", Value::UInt32(number));
+    return set;
+  }
+  [[nodiscard]] static PropertySet Offer(u32 authentication = 1, u32 encryption = 2,
+                                         u32 keyCount = 1, u32 compression = 0) {
+    PropertySet data;
+    data.Put("EncryptionKeyIndex", Value::UInt32(keyCount));
+    PropertySet set = Message(1);
+    set.Put("Version", Value::UInt32(30));
+    set.Put("Encryption", Value::UInt32(encryption));
+    set.Put("Compression", Value::UInt32(compression));
+    set.Put("Authentication", Value::UInt32(authentication));
+    set.Put("Data", wire::AsBinary(data));
+    return set;
+  }
+  [[nodiscard]] static PropertySet ChallengeRequest(u32 length = 512) {
+    PropertySet set = Message(13);
+    set.Put("Length", Value::UInt32(length));
+    return set;
+  }
+  [[nodiscard]] static PropertySet Logon(std::string_view challenge, const Credentials& credentials,
+                                         u32 type = 1) {
+    std::vector<u8> block;
+    EXPECT_EQ(BuildCredentialBlock(challenge, credentials, &block), ZN_OK);
+    void* cipher = nullptr;
+    u32 length = 0;
+    EXPECT_EQ(EncipherBlock(block.data(), static_cast<u32>(block.size()), 2, 0, &cipher, &length),
+              ZN_OK);
+    PropertySet set = Message(3);
+    set.Put("Data", Value::Binary(cipher, length));
+    set.Put("AuthenticationType", Value::UInt32(type));
+    ZnFree(cipher);
+    return set;
+  }
+  [[nodiscard]] static Credentials Anna() { return {u"anna", u"secret", u"", u""}; }
+  [[nodiscard]] static PropertySet CacheRequest(const char* type = "KELD_Object") {
+    PropertySet data;
+    data.Put("Type", Value::Text(std::string_view(type)));
+    PropertySet set = Message(5);
+    set.Put("Criteria", Value::UInt32(2));
+    set.Put("Data", Value::Set(std::move(data)));
+    return set;
+  }
+  [[nodiscard]] static PropertySet Request(const ObjectId& object, u32 minor = 0,
+                                           PropertySet data = {}, u32 flags = 0) {
+    PropertySet set = Message(7);
+    set.Put("ObjectId", Value::Id(object));
+    set.Put("InterfaceId", Value::Guid(kTestInterface));
+    set.Put("MajorCode", Value::UInt32(0));
+    set.Put("MinorCode", Value::UInt32(minor));
+    set.Put("Data", Value::Set(std::move(data)));
+    set.Put("Flags", Value::UInt32(flags));
+    set.Put("Reserved", Value::UInt32(0));
+    return set;
+  }
+
+  // The challenge that the client was given; the offer comes first.
+  std::string Challenge(u32 connectionId = 1) {
+    EXPECT_EQ(Send(Offer(), connectionId).Result(), ZN_OK);
+    const Reply reply = Send(ChallengeRequest(), connectionId);
+    EXPECT_EQ(reply.Result(), ZN_OK);
+    const Value* data = reply.set.FindValue("Data", ZN_TYPE_BINARY);
+    return data == nullptr ? std::string() : std::string(data->AsBinary());
+  }
+  // Connects and logs on: state 3.
+  ClientPtr LogOn(u32 connectionId = 1) {
+    ClientPtr client = Connect(connectionId);
+    const std::string challenge = Challenge(connectionId);
+    EXPECT_EQ(Send(Logon(challenge, Anna()), connectionId).Result(), ZN_OK);
+    return client;
+  }
+  // The same, with the first cache request: state 1.
+  ClientPtr Listen(u32 connectionId = 1) {
+    ClientPtr client = LogOn(connectionId);
+    EXPECT_EQ(Send(CacheRequest(), connectionId).Result(), ZN_OK);
+    return client;
+  }
+
+  // An object that the scripted provider serves.
+  ObjectId ServedObject(ZnHandle provider) {
+    const ObjectId object = MakeObject(provider);
+    EXPECT_EQ(ObRegisterInterface(nullptr, object, provider, &kTestInterface), ZN_OK);
+    return object;
+  }
+
+  static inline ServerObject* current = nullptr;
+
+  FakeTransport transport_;
+  FakeHost host_;
+  std::unique_ptr<ServerObject> server_;
+};
+
+}  // namespace zn::test
