@@ -1,9 +1,11 @@
 // Start and stop of the framework: see the header.
 #include "framework/common/znapi/framework.h"
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
+#include "framework/common/zncore/clientcopy.h"
 #include "framework/common/zncore/database.h"
 #include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znprov/systemprovider.h"
@@ -26,9 +28,15 @@ namespace {
 // Under FAST_LOCK, which a stop releases around the slots that it runs.
 constinit bool isStopping = false;
 
-// By index: the lock is released around each Shutdown, and a client's database may come meanwhile.
+// The lock is released around each Shutdown: databases may go meanwhile, and others come.
 void UnloadAllProviders() noexcept {
-  for (size_t i = 0; i < DatabaseList().size(); ++i) DatabaseList()[i]->UnloadProviders();
+  const auto hasProviders = [](const auto& database) { return !database->Providers().empty(); };
+  for (;;) {
+    const auto& list = DatabaseList();
+    const auto next = std::find_if(list.begin(), list.end(), hasProviders);
+    if (next == list.end()) return;
+    UnloadProvidersOf(DatabaseRef(**next));
+  }
 }
 
 void DeleteAllDatabases() noexcept {

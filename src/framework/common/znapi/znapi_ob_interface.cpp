@@ -36,7 +36,7 @@ u32 ObGetProviderForObject(ZnHandle hDb, ObjectId id, ZnHandle* outProvider) {
     Database* database = nullptr;
     DBNode* object = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenObject(hDb, id, &database, &object));
-    const Provider* provider = database->FindProviderById(object->CreatorId().Value());
+    const Provider* provider = database->LookUpProviderById(object->CreatorId().Value());
     if (provider == nullptr) return ZNE_UNEXPECTED;  // an object may outlive its creator
     *outProvider = provider->Handle();
     return ZN_OK;
@@ -58,7 +58,7 @@ u32 ObGetObjectProviders(ZnHandle hDb, ObjectId id, u32* count, ZnHandle** out) 
     std::vector<ZnHandle> handles;
     handles.reserve(ids.size());
     for (const InternedId& providerId : ids) {
-      handles.push_back(HandleOf(database->FindProviderById(providerId.Value())));
+      handles.push_back(HandleOf(database->LookUpProviderById(providerId.Value())));
     }
     return ListToCaller(handles, count, out);
   });
@@ -77,7 +77,7 @@ u32 ObGetInterfaceProvider(ZnHandle hDb, ObjectId id, const GUID* interfaceId,
     if (ZN_FAILED(object->GetInterfaceProvider(*interfaceId, &providerId))) {
       return ZNE_INVALID_ARGUMENTS;
     }
-    const Provider* provider = database->FindProviderById(providerId.Value());
+    const Provider* provider = database->LookUpProviderById(providerId.Value());
     if (provider == nullptr) return ZNE_INVALID_ARGUMENTS;
     *outProvider = provider->Handle();
     return ZN_OK;

@@ -39,7 +39,7 @@ u32 PrCreateProvider(ZnHandle hDb, const ZnWChar* name, const ProviderCallbacks*
                                     IsSlotFilled(callbacks->Event) && IsGoodPointer(outProvider)));
     Database* database = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
-    if (database->FindProviderByName(name) != nullptr) return ZNE_PROVIDER_NAME_EXISTS;
+    if (database->LookUpProviderByName(name) != nullptr) return ZNE_PROVIDER_NAME_EXISTS;
     return AddLocalProvider(*database, name, *callbacks, outProvider);
   });
 }
@@ -53,7 +53,7 @@ u32 ZnRegisterAsProvider(ZnHandle hDb, const ZnWChar* name, const ProviderCallba
     Database* database = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
     // Contract: a name that is taken is no error and gives no handle.
-    if (database->FindProviderByName(name) != nullptr) return ZN_OK;
+    if (database->LookUpProviderByName(name) != nullptr) return ZN_OK;
     return AddLocalProvider(*database, name, *callbacks, outProvider);
   });
 }
@@ -111,7 +111,7 @@ u32 PrGetProviderByName(ZnHandle hDb, const ZnWChar* name, ZnHandle* outProvider
                                     IsGoodPointer(outProvider)));
     Database* database = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
-    return GiveHandle(database->FindProviderByName(name), outProvider);
+    return GiveHandle(database->LookUpProviderByName(name), outProvider);
   });
 }
 
@@ -122,7 +122,7 @@ u32 PrGetProviderHandle(ZnHandle hDb, ObjectId providerId, ZnHandle* outProvider
     if (hDb == nullptr) return frame.Refuse("Invalid database");
     Database* database = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
-    return GiveHandle(database->FindProviderById(providerId), outProvider);
+    return GiveHandle(database->LookUpProviderById(providerId), outProvider);
   });
 }
 

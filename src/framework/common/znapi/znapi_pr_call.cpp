@@ -68,7 +68,7 @@ u32 PrCallDispatch(ZnHandle hDb, ObjectId id, const GUID* interfaceId, u32 major
     ZN_RETURN_UNLESS_OK(frame.OpenObject(hDb, id, &database, &object));
     InternedId server;
     ZN_RETURN_IF_FAILED(object->GetInterfaceProvider(*interfaceId, &server));
-    Provider* provider = database->FindProviderById(server.Value());
+    Provider* provider = database->LookUpProviderById(server.Value());
     if (provider == nullptr) return ZNE_PROVIDER_REG_NO_PROVIDERS;
     if (!IsCalledHere(*database, *provider)) {
       return ForwardProviderCall(*database, call, {providerId, taskId});

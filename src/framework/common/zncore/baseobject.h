@@ -82,6 +82,7 @@ class BaseObject {
   [[nodiscard]] virtual PropertySet GetProperties() const { return properties_; }
   void CopyPropertiesTo(PropertySet& target) const;
   void ReplaceProperties(const PropertySet& properties);
+  void ReplaceProperties(PropertySet&& properties) noexcept { properties_.TakeFrom(properties); }
   // Merges and does not look at the result.
   void MergeProperties(const PropertySet& properties);
 

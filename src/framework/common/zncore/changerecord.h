@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "framework/common/znguid/znguid.h"
@@ -33,6 +34,9 @@ struct ChangeRecord {
   String objectType;
   PropertySet data;
 };
+
+// Whether the local event of that topic is the short record, without id and type.
+[[nodiscard]] bool IsPlainTopic(std::string_view topic) noexcept;
 
 // The queue of an open update sequence: records in order, and for each kind of change the record
 // that a later one merges into.

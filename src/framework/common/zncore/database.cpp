@@ -20,20 +20,6 @@ u64 KeyHash(std::string_view block) noexcept {
   return HashBytes(block.data(), block.size());
 }
 
-// Keeps changes from being told for a scope.
-class NotifyHold {
- public:
-  explicit NotifyHold(Database& database) noexcept : database_(database) {
-    database_.LowerNotifyEnable();
-  }
-  ~NotifyHold() { database_.RaiseNotifyEnable(); }
-  NotifyHold(const NotifyHold&) = delete;
-  NotifyHold& operator=(const NotifyHold&) = delete;
-
- private:
-  Database& database_;
-};
-
 u32 RefuseCreation(u32 status) noexcept {
   ZN_TRACE(1, "Database::CreateDBNode :");
   return status;
@@ -50,6 +36,8 @@ Database::Database(u32 flags, const DatabaseCallbacks& callbacks)
 
 Database::~Database() {
   AssertBusLocked();
+  BeginClose();
+  WaitForRequests();
   DrainDatabaseEvents(*this);
   UnloadProviders();
   // The providers may have raised more while they were shut down.
@@ -120,10 +108,6 @@ DBNode* Database::FindCached(const ObjectId& id) const noexcept {
   });
 }
 
-DBNode* Database::FindObject(const ObjectId& id) noexcept {
-  return FindCached(id);
-}
-
 void Database::InsertObject(DBNode* node) {
   objectTable_.Insert(GuidHash(node->Guid()), node);
 }
@@ -134,6 +118,11 @@ void Database::RemoveObject(DBNode* node) noexcept {
 }
 
 u32 Database::GetObjectsOfType(std::string_view typeName, std::vector<ObjectId>* out) {
+  if (!IsLocal()) ZN_RETURN_IF_FAILED(CompleteType(typeName));
+  return ListInstances(typeName, out);
+}
+
+u32 Database::ListInstances(std::string_view typeName, std::vector<ObjectId>* out) {
   TypeObject* type = types_.FindType(typeName);
   if (type == nullptr) {
     return typeName == kTypeTypeName ? ZNE_UNEXPECTED : ZNE_INVALID_ARGUMENTS;
@@ -193,6 +182,7 @@ void Database::ForgetInterface(DBNode* node, const GUID& interfaceId) noexcept {
 
 u32 Database::GetObjectsWithInterface(std::string_view typeName, const GUID& interfaceId,
                                       std::vector<ObjectId>* out) {
+  if (!IsLocal()) return AskForInterface(typeName, interfaceId, out);
   const TypeObject* type = types_.FindType(typeName);
   if (type == nullptr) return ZNE_INVALID_ARGUMENTS;
   std::vector<ObjectId> found;

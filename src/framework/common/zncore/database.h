@@ -4,7 +4,9 @@
 // database.cpp: objects, keys, interfaces, life. database_groups.cpp: groups.
 // database_providers.cpp: the provider list. databaselist.cpp: the databases of the process.
 // database_notify.cpp: change records and update sequences. database_query.cpp: queries.
-// database_remote.cpp: what a client copy asks its server.
+// database_install.cpp: objects, types and providers from their marshalled forms.
+// database_remote.cpp: what a client copy asks its server. database_update.cpp: what the server
+// tells a client copy.
 #pragma once
 
 #include <memory>
@@ -32,6 +34,8 @@ struct MessageRequest;
 inline constexpr u32 DB_AUTHENTICATED = 0x10000;
 inline constexpr u32 DB_KEYED = 0x20000;
 inline constexpr u32 DB_PRIVATE = 0x40000;
+
+inline constexpr std::string_view kProviderTypeName = "KELD_Provider";
 
 // Callbacks of a database and the context that its owner gets back.
 struct DatabaseCallbacks {
@@ -64,6 +68,10 @@ class Database {
   [[nodiscard]] u32 Flags() const noexcept { return flags_; }
   void SetFlags(u32 flags) noexcept { flags_ = flags; }
   [[nodiscard]] bool IsAuthenticated() const noexcept { return (flags_ & DB_AUTHENTICATED) != 0; }
+  // Of a client copy: whether its session has logged on. No effect on one that is going.
+  void SetAuthenticated(bool isLoggedOn) noexcept {
+    flags_ = isLoggedOn && !closing_ ? flags_ | DB_AUTHENTICATED : flags_ & ~DB_AUTHENTICATED;
+  }
   [[nodiscard]] bool IsKeyed() const noexcept { return (flags_ & DB_KEYED) != 0; }
   // Not a client copy.
   [[nodiscard]] bool IsLocal() const noexcept { return callbacks_.forwardRequest == nullptr; }
@@ -78,8 +86,15 @@ class Database {
   [[nodiscard]] u32 CreateDBNode(Provider* provider, std::string_view typeName, u32 flags,
                                  DBNode** outNode, const std::vector<std::string>* containedTypes);
   void DeleteNode(DBNode* node) noexcept { delete node; }
-  // The object, or null. On a client copy a miss goes to the server.
-  [[nodiscard]] DBNode* FindObject(const ObjectId& id) noexcept;
+  // The object, or null. On a client copy a miss goes to the server, with the lock given up
+  // meanwhile: every pointer into the database but this one is dead after it.
+  [[nodiscard]] DBNode* FindObject(const ObjectId& id) noexcept {
+    DBNode* node = FindCached(id);
+    if (node != nullptr || IsLocal()) [[likely]] {
+      return node;
+    }
+    return FetchObject(id);
+  }
   [[nodiscard]] DBNode* FindObject(const InternedId& id) noexcept { return FindObject(id.Value()); }
   // Looks in the table only.
   [[nodiscard]] DBNode* FindCached(const ObjectId& id) const noexcept;
@@ -90,8 +105,14 @@ class Database {
   void RemoveObject(DBNode* node) noexcept;
   [[nodiscard]] size_t ObjectCount() const noexcept { return objectTable_.Size(); }
   // Ids of all instances, those of derived types included. ZNE_INVALID_ARGUMENTS for an unknown
-  // type, ZNE_UNEXPECTED for "KELD_Type" while it is unknown.
+  // type, ZNE_UNEXPECTED for "KELD_Type" while it is unknown. A client copy asks its server the
+  // first time, with the lock given up meanwhile, and passes the failure of the request on.
   [[nodiscard]] u32 GetObjectsOfType(std::string_view typeName, std::vector<ObjectId>* out);
+  // The same of what is here, on a client copy too.
+  [[nodiscard]] u32 ListInstances(std::string_view typeName, std::vector<ObjectId>* out);
+  // On a client copy: fetches those that are not here in one request when there is more than one.
+  // The lock is given up meanwhile.
+  void FetchMissing(const std::vector<ObjectId>& ids) noexcept;
   [[nodiscard]] u32 GetObjectsWithInterface(std::string_view typeName, const GUID& interfaceId,
                                             std::vector<ObjectId>* out);
 
@@ -137,17 +158,22 @@ class Database {
   // over.
   [[nodiscard]] u32 LoadRegistryGroups(Provider* provider);
 
-  // Providers, in load order.
+  // Providers, in load order, of what is here.
   [[nodiscard]] Provider* FindProviderByName(std::u16string_view name) noexcept;
   [[nodiscard]] Provider* FindProviderById(const ObjectId& id) noexcept;
   [[nodiscard]] Provider* FindProviderByHandle(ZnHandle handle) noexcept;
+  // The same for callers from outside: a client copy first fetches all providers of its server,
+  // once, with the lock given up meanwhile.
+  [[nodiscard]] Provider* LookUpProviderByName(std::u16string_view name) noexcept;
+  [[nodiscard]] Provider* LookUpProviderById(const ObjectId& id) noexcept;
   void AddProvider(std::unique_ptr<Provider> provider);
   // Takes it off the list, with its event registrations.
   [[nodiscard]] std::unique_ptr<Provider> TakeProvider(Provider* provider) noexcept;
   [[nodiscard]] const std::vector<std::unique_ptr<Provider>>& Providers() const noexcept {
     return providers_;
   }
-  // Last to first: off the list, Shutdown with the lock released, delete.
+  // Last to first: off the list, Shutdown with the lock released, delete. The caller answers for
+  // the life of the database; UnloadProvidersOf (clientcopy.h) does not need one that does.
   void UnloadProviders() noexcept;
 
   // Change events leave only while this is above 0.
@@ -174,8 +200,37 @@ class Database {
 
   // Makes the object that a marshalled one describes, if the database does not hold its id: in the
   // tables and indexes, announced to nobody. ZNE_TYPE_NOT_FOUND, or ZNE_INVALID_ARGUMENTS for a set
-  // of another shape.
+  // of another shape. The second one takes the properties out of the form.
   [[nodiscard]] u32 InstallObject(const PropertySet& form);
+  [[nodiscard]] u32 InstallObjectFrom(PropertySet& form);
+  // Makes the provider object of a provider of the server, unless its id is here: it has no code.
+  // ZNE_TYPE_NOT_FOUND while the type of providers is unknown; ZNE_INVALID_ARGUMENTS.
+  [[nodiscard]] u32 InstallProvider(const PropertySet& form);
+
+  // A change that the server of a client copy tells, or a batch of them. The set is used up.
+  // ZNE_INVALID_ARGUMENTS when it is no change, ZNE_PROPERTY_NOT_FOUND when it lacks something;
+  // what is not here any more is no failure.
+  [[nodiscard]] u32 UpdateCache(PropertySet& record);
+  // All providers are fetched anew at the next look-up: the server has one that is not here.
+  void ForgetProvidersComplete() noexcept;
+
+  // A client copy that is going: it counts as not logged on from here, for good.
+  void BeginClose() noexcept;
+  [[nodiscard]] bool IsClosing() const noexcept { return closing_; }
+  // Returns when no request of this copy is under way. Gives the lock up while it waits.
+  void WaitForRequests() noexcept;
+  // While one lives, the database stays: for whoever gives the lock up inside a call.
+  class Pin {
+   public:
+    explicit Pin(Database& database) noexcept : database_(database) { ++database.pins_; }
+    ~Pin() { database_.Unpin(); }
+    Pin(const Pin&) = delete;
+    Pin& operator=(const Pin&) = delete;
+
+   private:
+    Database& database_;
+  };
+
   // The whole object as a set: id, type, flags, data, contained types, visible relations,
   // interfaces, creator.
   void MarshalObject(const DBNode& object, PropertySet* out);
@@ -189,11 +244,70 @@ class Database {
   void SendBatch(std::vector<std::unique_ptr<ChangeRecord>> records, const IdSet& deletedIds);
 
   // Asks the server of a client copy. The lock is given up meanwhile: pointers into the database
-  // are dead after it.
+  // are dead after it, the database itself stays.
   [[nodiscard]] u32 RemoteRequest(RequestCriteria criteria, PropertySet data, PropertySet* reply);
+  // What a fetch does with its answer: how it is installed, and which type is complete then.
+  using Install = u32 (Database::*)(PropertySet& reply, std::vector<ObjectId>* added);
+  struct FetchPlan {
+    Install install;
+    std::vector<ObjectId>* added = nullptr;  // ids of the new objects
+    std::string_view completes = {};         // a type's name, or empty
+  };
+  class FetchScope;
+  // Asks, installs what comes, and applies again what the server told of it meanwhile.
+  [[nodiscard]] u32 Fetch(RequestCriteria criteria, PropertySet data, const FetchPlan& plan);
+  [[nodiscard]] DBNode* FetchObject(const ObjectId& id) noexcept;
+  [[nodiscard]] u32 FetchIds(const std::vector<ObjectId>& ids);
+  void ReadAhead(const DBNode& node);
+  [[nodiscard]] bool IsUserGroup(const DBNode& node) noexcept;
+  void FetchProviders() noexcept;
+  // Fetches all of a type unless that is done.
+  [[nodiscard]] u32 CompleteType(std::string_view typeName);
   [[nodiscard]] u32 QueryServer(std::u16string_view text, std::vector<ObjectId>* out);
-  // Installs the objects of an answer that are not here yet, and appends their ids alone.
-  [[nodiscard]] u32 InstallListing(const PropertySet& reply, std::vector<ObjectId>* out);
+  [[nodiscard]] u32 AskForInterface(std::string_view typeName, const GUID& interfaceId,
+                                    std::vector<ObjectId>* out);
+  // Installs the objects of an answer that are not here yet, and appends their ids alone when
+  // `added` is given. The first that cannot be made ends it.
+  [[nodiscard]] u32 InstallListing(PropertySet& reply, std::vector<ObjectId>* added);
+  [[nodiscard]] u32 InstallProviders(PropertySet& reply, std::vector<ObjectId>*);
+  [[nodiscard]] u32 InstallTypes(PropertySet& reply, std::vector<ObjectId>*);
+
+  // The node that a form describes, in no table yet. `data`, a part of the form, is moved from when
+  // it is given.
+  [[nodiscard]] u32 MakeFromForm(const PropertySet& form, PropertySet* data,
+                                 std::unique_ptr<DBNode>* out);
+  void EnterInstalled(std::unique_ptr<DBNode> node, const PropertySet& form);
+  [[nodiscard]] u32 InstallUnlessHere(const PropertySet& form, PropertySet* data);
+  // Replaces the object's interfaces by those of the form; records that lack a word are passed
+  // over.
+  void ReadInterfaces(const PropertySet& form, DBNode& node);
+
+  // One change on a client copy. What it would have done to an object that is not here is kept
+  // while a fetch is under way.
+  enum class Outcome { kDone, kMissed };
+  using ApplyChange = Outcome (Database::*)(ChangeRecord& record,
+                                            std::unique_ptr<PropertySet>* localData);
+  struct UpdateRow;
+  [[nodiscard]] u32 ApplyBatch(PropertySet& data);
+  void ApplyAndTell(ChangeRecord& record);
+  [[nodiscard]] Outcome Apply(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyAdd(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyDelete(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyData(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyParents(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyChildren(ChangeRecord& record,
+                                      std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyInterfaces(ChangeRecord& record,
+                                        std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyFlags(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyTypeAdd(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] Outcome ApplyTypeInterfaces(ChangeRecord& record,
+                                            std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] u32 ReplaceObject(ChangeRecord& record);
+  void DeleteQuietly(DBNode* node) noexcept;
+  void RememberMissed(ChangeRecord&& record);
+  void ReplayMissed(size_t first);
+  void Unpin() noexcept;
 
   // A node with its initial properties, in the tables, not told to anybody yet.
   [[nodiscard]] u32 MakeNode(Provider* provider, TypeObject& type, u32 flags,
@@ -226,6 +340,10 @@ class Database {
   OwnedHandle handle_;
   u32 flags_;
   bool tearingDown_ = false;  // the object table stays as it is while the nodes go
+  bool closing_ = false;
+  u32 pins_ = 0;
+  u32 fetches_ = 0;                   // under way
+  std::vector<ChangeRecord> missed_;  // told while they were, of objects not here
   i32 notifyEnable_ = 0;
   u32 sequenceDepth_ = 0;
   std::vector<DBNode*> groups_;
@@ -233,6 +351,20 @@ class Database {
   std::vector<std::unique_ptr<Provider>> providers_;
   TypeManager types_;
   EventRegistry events_;
+};
+
+// Keeps changes from being told for a scope.
+class NotifyHold {
+ public:
+  explicit NotifyHold(Database& database) noexcept : database_(database) {
+    database_.LowerNotifyEnable();
+  }
+  ~NotifyHold() { database_.RaiseNotifyEnable(); }
+  NotifyHold(const NotifyHold&) = delete;
+  NotifyHold& operator=(const NotifyHold&) = delete;
+
+ private:
+  Database& database_;
 };
 
 // Event flags of a change that listeners of this process and clients hear.

@@ -49,14 +49,15 @@ class SettingsKey {
   u32 status_;
 };
 
-// Whatever fails here is passed over: the group stands.
+// Whatever fails here is passed over: the group stands. On a client copy nothing is fetched for it:
+// it gathers what is here and what comes.
 void FillGroup(Database& database, DBNode& group,
                const std::vector<std::string>& containedTypes) noexcept {
   try {
     std::vector<ObjectId> members;
     for (const std::string& type : containedTypes) {
       // A type that is not known yet has no objects; those it will have join as they are made.
-      if (ZN_FAILED(database.GetObjectsOfType(type, &members))) continue;
+      if (ZN_FAILED(database.ListInstances(type, &members))) continue;
       for (const ObjectId& id : members) static_cast<void>(group.AddChild(InternedId(id)));
     }
   } catch (const std::bad_alloc&) {

@@ -49,12 +49,6 @@ bool Contains(std::string_view topic, std::string_view part) noexcept {
   return topic.find(part) != std::string_view::npos;
 }
 
-// Contract: the first text has a point that the topic has not, so only the second ever fits, and
-// the event that announces a deaf cache is a long record with an empty type and a zero id.
-bool IsPlainTopic(std::string_view topic) noexcept {
-  return Contains(topic, ".dom.cache.deaf.") || Contains(topic, "dom.cache.listen");
-}
-
 bool IsTaskRecord(const ChangeRecord& record) noexcept {
   return (record.flags & EVENT_TASK) != 0;
 }
@@ -122,6 +116,12 @@ void FillData(Database& database, Content content, const DBNode& object, const P
 }
 
 }  // namespace
+
+// Contract: the first text has a point that the topic has not, so only the second ever fits, and
+// the event that announces a deaf cache is a long record with an empty type and a zero id.
+bool IsPlainTopic(std::string_view topic) noexcept {
+  return Contains(topic, ".dom.cache.deaf.") || Contains(topic, "dom.cache.listen");
+}
 
 bool Database::WouldNotify(const DBNode& object) noexcept {
   AssertBusLocked();

@@ -3,8 +3,10 @@
 #include "framework/common/zncore/database.h"
 
 #include <algorithm>
+#include <new>
 
 #include "framework/common/znprov/provider.h"
+#include "framework/common/zntypeobject/typeobject.h"
 
 namespace zn {
 
@@ -31,6 +33,32 @@ Provider* Database::FindProviderById(const ObjectId& id) noexcept {
 
 Provider* Database::FindProviderByHandle(ZnHandle handle) noexcept {
   return FindProvider(providers_, [&](const Provider& p) { return p.Handle() == handle; });
+}
+
+// What the fetch answers is no matter: what is here is here.
+Provider* Database::LookUpProviderByName(std::u16string_view name) noexcept {
+  FetchProviders();
+  return FindProviderByName(name);
+}
+
+// The id may lie in an object that goes while the lock is given up.
+Provider* Database::LookUpProviderById(const ObjectId& id) noexcept {
+  const ObjectId wanted = id;
+  FetchProviders();
+  return FindProviderById(wanted);
+}
+
+void Database::FetchProviders() noexcept {
+  if (IsLocal()) return;
+  try {
+    static_cast<void>(CompleteType(kProviderTypeName));
+  } catch (const std::bad_alloc&) {  // then without
+  }
+}
+
+void Database::ForgetProvidersComplete() noexcept {
+  TypeObject* type = types_.FindType(kProviderTypeName);
+  if (type != nullptr) type->SetIncomplete();
 }
 
 void Database::AddProvider(std::unique_ptr<Provider> provider) {

@@ -52,6 +52,7 @@ const std::vector<Value>* FindSetList(const PropertySet& set, std::string_view n
   const std::vector<Value>& elements = list->GetValue().AsArray();
   const bool isOfSets = elements.empty() || elements[0].Tag() == ZN_TYPE_PROPSET ||
                         elements[0].Tag() == ZN_TYPE_OBJECT ||
+                        elements[0].Tag() == ZN_TYPE_PROVIDER ||
                         elements[0].Tag() == ZN_TYPE_TYPE_OBJECT;
   return isOfSets ? &elements : nullptr;
 }

@@ -107,12 +107,17 @@ class DBNode final : public BaseObject {
   // ZNE_DUPLICATE_CHILD when it is one already.
   [[nodiscard]] u32 AddChild(const InternedId& child);
   void RemoveChild(const InternedId& child);
+  // On a client copy the lock may be given up: this node may be gone afterwards, which is
+  // ZNE_OBJECT_NOT_FOUND where it matters. `typeFilter` must not lie in an object.
   [[nodiscard]] u32 GetChildren(std::string_view typeFilter, std::vector<ObjectId>* out) const;
   [[nodiscard]] u32 GetParents(std::string_view typeFilter, std::vector<ObjectId>* out) const;
-  // Whether a child that can be found carries every bit of the mask.
+  // Whether a child that can be found carries every bit of the mask. What is here is asked first;
+  // on a client copy the others are then fetched, with the lock given up.
   [[nodiscard]] bool HasChildren(u32 mask) const;
   [[nodiscard]] const IdSet& Children() const noexcept { return GetLinks().children; }
   [[nodiscard]] const IdSet& Parents() const noexcept { return GetLinks().parents; }
+  // The entry alone, no event.
+  void ForgetChild(const InternedId& child) noexcept;
   void ReplaceChildren(IdSet ids);
   void ReplaceParents(IdSet ids);
 
@@ -164,7 +169,8 @@ class DBNode final : public BaseObject {
 
   void DropRelations() noexcept;
   void EraseParent(const InternedId& parent) noexcept;
-  [[nodiscard]] u32 ListRelated(const IdSet& ids, std::string_view typeFilter,
+  using Relation = const IdSet& (DBNode::*)() const noexcept;
+  [[nodiscard]] u32 ListRelated(Relation relation, std::string_view typeFilter,
                                 std::vector<ObjectId>* out) const;
 
   Database* database_;  // borrowed owner

@@ -3,6 +3,9 @@
 // own child among them.
 #include "framework/common/zncore/dbnode.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "framework/common/zncore/database.h"
 #include "framework/common/zntypeobject/typeobject.h"
 #include "support/common/status.h"
@@ -13,6 +16,13 @@ namespace {
 
 bool IsShown(const DBNode& parent, const DBNode* child) noexcept {
   return !parent.IsHidden() && (child == nullptr || !child->IsHidden());
+}
+
+std::vector<ObjectId> Guids(const IdSet& ids) {
+  std::vector<ObjectId> guids;
+  guids.reserve(ids.size());
+  for (const InternedId& id : ids) guids.push_back(id.Value());
+  return guids;
 }
 
 bool IsDying(const DBNode& node) noexcept {
@@ -27,6 +37,10 @@ void DBNode::ReplaceChildren(IdSet ids) {
 
 void DBNode::ReplaceParents(IdSet ids) {
   if (!ids.empty() || !Parents().empty()) NeedLinks().parents = std::move(ids);
+}
+
+void DBNode::ForgetChild(const InternedId& child) noexcept {
+  if (links_ != nullptr) links_->children.erase(child);
 }
 
 void DBNode::EraseParent(const InternedId& parent) noexcept {
@@ -88,39 +102,56 @@ void DBNode::DropRelations() noexcept {
 }
 
 u32 DBNode::GetChildren(std::string_view typeFilter, std::vector<ObjectId>* out) const {
-  return ListRelated(Children(), typeFilter, out);
+  return ListRelated(&DBNode::Children, typeFilter, out);
 }
 
 u32 DBNode::GetParents(std::string_view typeFilter, std::vector<ObjectId>* out) const {
-  return ListRelated(Parents(), typeFilter, out);
+  return ListRelated(&DBNode::Parents, typeFilter, out);
 }
 
-u32 DBNode::ListRelated(const IdSet& ids, std::string_view typeFilter,
+u32 DBNode::ListRelated(Relation relation, std::string_view typeFilter,
                         std::vector<ObjectId>* out) const {
+  std::vector<ObjectId> ids = Guids((this->*relation)());
   // Contract: the root type names every member, hidden and unknown ones included, without a look at
   // the objects.
-  const bool everything = typeFilter == kRootTypeName;
-  const TypeObject* filter = everything ? nullptr : database_->Types().FindType(typeFilter);
+  const bool isEverything = typeFilter == kRootTypeName;
+  Database& database = *database_;
+  if (!database.IsLocal()) {
+    const ObjectId self = Guid();
+    database.FetchMissing(ids);
+    const DBNode* node = database.FindCached(self);
+    if (node == nullptr) return ZNE_OBJECT_NOT_FOUND;
+    ids = Guids((node->*relation)());
+  }
+  if (isEverything) {
+    *out = std::move(ids);
+    return ZN_OK;
+  }
   std::vector<ObjectId> found;
-  if (everything) found.reserve(ids.size());
-  for (const InternedId& id : ids) {
-    if (!everything) {
-      const DBNode* node = database_->FindObject(id);
-      if (node == nullptr && database_->IsLocal()) return ZNE_UNEXPECTED;
-      if (node == nullptr || filter == nullptr || !node->GetType()->IsA(*filter)) continue;
-    }
-    found.push_back(id.Value());
+  for (const ObjectId& id : ids) {
+    const DBNode* node = database.FindObject(id);  // from here on this node may be gone
+    if (node == nullptr && database.IsLocal()) return ZNE_UNEXPECTED;
+    const TypeObject* filter = database.Types().FindType(typeFilter);
+    if (node == nullptr || filter == nullptr || !node->GetType()->IsA(*filter)) continue;
+    found.push_back(id);
   }
   *out = std::move(found);
   return ZN_OK;
 }
 
 bool DBNode::HasChildren(u32 mask) const {
+  const auto carries = [mask](const DBNode* node) {
+    return node != nullptr && (node->GetFlags() & mask) == mask;
+  };
+  Database& database = *database_;
+  std::vector<ObjectId> missing;
   for (const InternedId& id : Children()) {
-    const DBNode* child = database_->FindObject(id);
-    if (child != nullptr && (child->GetFlags() & mask) == mask) return true;
+    const DBNode* child = database.FindCached(id.Value());
+    if (carries(child)) return true;
+    if (child == nullptr && !database.IsLocal()) missing.push_back(id.Value());
   }
-  return false;
+  return std::any_of(missing.begin(), missing.end(),
+                     [&](const ObjectId& id) { return carries(database.FindObject(id)); });
 }
 
 }  // namespace zn

@@ -416,6 +416,21 @@ u32 RaiseEvent(Database& database, ZnHandle provider, std::string_view topic,
   return Threads().Append(std::move(event)) ? ZN_OK : ZNW_SERVICE_UNAVAILABLE;
 }
 
+u32 RaiseReceivedEvent(Database& database, ZnHandle provider, std::string_view topic,
+                       PropertySet&& data, u32 flags) {
+  AssertBusLocked();
+  if (!Threads().Accepts()) return ZNW_SERVICE_UNAVAILABLE;
+  if (!IsRaisableTopic(topic)) return ZNE_EVENT_STRING_INVALID;
+  const u32 kept = data.IsEmpty() ? flags & ~EVENT_OWNS_DATA : flags | EVENT_OWNS_DATA;
+  QueuedEventPtr event = MakeRaisedEvent(database.Handle(), provider, topic, kept);
+  if (event == nullptr) return ZNE_OUT_OF_MEMORY;
+  if (!data.IsEmpty()) {
+    event->record.raised.data = WrapPropertySet(std::move(data));
+    if (event->record.raised.data == nullptr) return ZNE_OUT_OF_MEMORY;
+  }
+  return Threads().Append(std::move(event)) ? ZN_OK : ZNW_SERVICE_UNAVAILABLE;
+}
+
 void SendLocalNotificationEvent(Database& database, std::string_view topic, const InternedId& id,
                                 const String& typeName, bool plain,
                                 std::unique_ptr<PropertySet> data) noexcept {

@@ -38,6 +38,11 @@ void StopEventThreads() noexcept;
 inline constexpr u32 kRaiseFlags = EVENT_LOCAL | EVENT_REMOTE | EVENT_OWNS_DATA;
 inline constexpr u32 kRaiseLocalFlags = EVENT_LOCAL | EVENT_OWNS_DATA;
 
+// The same for an event that a server raised: the set is taken over, an empty one left out, and the
+// flags are the server's but for the one that says whose the set is. `provider` has been checked.
+[[nodiscard]] u32 RaiseReceivedEvent(Database& database, ZnHandle provider, std::string_view topic,
+                                     PropertySet&& data, u32 flags);
+
 // Queues the local event of a change. `typeName` empty and `id` zero where there is no object;
 // `plain` makes the short record. `data` may be null. Under FAST_LOCK.
 void SendLocalNotificationEvent(Database& database, std::string_view topic, const InternedId& id,

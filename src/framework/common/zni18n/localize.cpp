@@ -13,10 +13,11 @@ namespace zn {
 namespace {
 
 // What a client copy hands to its owner, which has a copy of the server's file.
-[[nodiscard]] u32 FetchMessage(const Database& database, const MessageRequest& request,
+[[nodiscard]] u32 FetchMessage(Database& database, const MessageRequest& request,
                                std::u16string* out) {
   const DatabaseCallbacks callbacks = database.Callbacks();
   if (callbacks.fetchMessage == nullptr) return ZNE_NOT_IMPLEMENTED;
+  const Database::Pin pin(database);
   const BusRelease release;
   return callbacks.fetchMessage(request, out, callbacks.context);
 }

@@ -126,6 +126,8 @@ class PropertySet {
   // ZNE_INVALID_ARGUMENTS, keeping what was merged so far; ZNI_PROPSET_UNCHANGED when nothing
   // changed.
   [[nodiscard]] u32 Merge(const PropertySet& source);
+  // Takes the properties of a set that lies in no lent room, and leaves it empty.
+  void TakeFrom(PropertySet& source) noexcept;
   // Throws std::bad_alloc with the set as it was.
   void CopyFrom(const PropertySet& source);
 
@@ -155,7 +157,6 @@ class PropertySet {
   void MakeRoom();  // for one more
   void Reserve(u32 capacity);
   void AppendCopies(const PropertySet& source);  // to an empty set
-  void TakeFrom(PropertySet& source) noexcept;
 
   Property* items_ = nullptr;
   u32 count_ = 0;

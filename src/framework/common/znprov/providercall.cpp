@@ -6,6 +6,7 @@
 
 #include "framework/common/znprov/databaseref.h"
 #include "framework/common/znprov/task.h"
+#include "framework/common/znwire/messages.h"
 #include "support/common/fastlock.h"
 #include "support/common/status.h"
 #include "support/common/trace.h"
@@ -55,17 +56,27 @@ void AbandonTask(Database* database, const CallTask& task, u32 status) {
   }
 }
 
-// Makes the task and turns the call's callback and context into those the provider gets.
+// Sees to it that the parent task is here. On a client copy the lock may be given up for that, and
+// the provider be gone afterwards.
+[[nodiscard]] u32 FetchParentTask(Database& database, const Provider& provider,
+                                  const ObjectId* parent) {
+  if (parent == nullptr || IsZeroGuid(*parent)) return ZN_OK;
+  const ZnHandle handle = provider.Handle();
+  const InternedId id = provider.GetId();
+  if (database.FindObject(*parent) == nullptr) {
+    ZN_TRACE(3, "ZnAPI:PrCallProvider: Invalid parent task object");
+    return ZNE_INVALID_ARGUMENTS;
+  }
+  const bool isStillHere =
+      IsValidHandle(handle, HANDLE_PROVIDER) && HandleThing<Provider>(handle)->GetId() == id;
+  return isStillHere ? ZN_OK : ZNE_PROVIDER_REG_NO_PROVIDERS;
+}
+
+// Makes the task and turns the call's callback and context into those the provider gets. The parent
+// is here.
 [[nodiscard]] u32 SetUpTask(Database& database, Provider& provider, ObjectId* parentAndTask,
                             ProviderCallArguments* call, CallTask* task) {
-  DBNode* parent = nullptr;
-  if (parentAndTask != nullptr && !IsZeroGuid(*parentAndTask)) {
-    parent = database.FindObject(*parentAndTask);
-    if (parent == nullptr) {
-      ZN_TRACE(3, "ZnAPI:PrCallProvider: Invalid parent task object");
-      return ZNE_INVALID_ARGUMENTS;
-    }
-  }
+  DBNode* parent = parentAndTask == nullptr ? nullptr : database.FindCached(*parentAndTask);
   ZN_RETURN_IF_FAILED(CreateTaskObject(database, provider, *call, &task->id));
   if (parent != nullptr) static_cast<void>(parent->AddChild(InternedId(task->id)));
   if (parentAndTask != nullptr) *parentAndTask = task->id;
@@ -102,6 +113,8 @@ void StoreOutput(Database* database, const CallTask& task, ZnHandle out) {
   CallTask task;
   u32 status = ZN_OK;
   try {
+    status = FetchParentTask(*sequence.Find(), provider, taskResult);
+    if (ZN_FAILED(status)) return status;
     status = SetUpTask(*sequence.Find(), provider, taskResult, &call, &task);
     if (!ZN_FAILED(status)) status = provider.Call(call, task.id, answering);
     if (!ZN_FAILED(status)) StoreOutput(sequence.Find(), task, call.out);
@@ -154,21 +167,24 @@ u32 CallProvider(Database& database, Provider& provider, const ProviderCallArgum
 u32 ForwardProviderCall(Database& database, const ProviderCallArguments& call,
                         const ProviderCallResults& results) {
   PropertySet request;
-  request.Put("ObjectId", Value::Id(call.object));
-  request.Put("InterfaceId", Value::Guid(*call.interfaceId));
-  request.Put("MajorCode", Value::UInt32(call.majorCode));
-  request.Put("MinorCode", Value::UInt32(call.minorCode));
-  request.Put("Data", Value::Set(PropertySet(*HandleThing<PropertySet>(call.in))));
-  request.Put("Flags", Value::UInt32(call.flags));
-  request.Put("Reserved", Value::UInt32(call.reserved));
+  // In the order of the names, so that each goes to the end.
+  request.Put(wire::kDataKey, Value::Set(PropertySet(*HandleThing<PropertySet>(call.in))));
+  request.Put(wire::kFlagsKey, Value::UInt32(call.flags));
+  request.Put(wire::kInterfaceIdKey, Value::Guid(*call.interfaceId));
+  request.Put(wire::kMajorCodeKey, Value::UInt32(call.majorCode));
+  request.Put(wire::kMinorCodeKey, Value::UInt32(call.minorCode));
+  request.Put(wire::kObjectIdKey, Value::Id(call.object));
+  request.Put(wire::kReservedKey, Value::UInt32(call.reserved));
+  // Only an asynchronous call has a place for its task.
+  ObjectId* const task = IsAsynchronous(call) ? results.task : nullptr;
   PropertySet output(*HandleThing<PropertySet>(call.out));
   const DatabaseCallbacks& callbacks = database.Callbacks();
-  const auto forward = callbacks.forwardProviderCall;
-  void* const context = callbacks.context;
   u32 status = ZN_OK;
   {
+    const Database::Pin pin(database);
     const BusRelease release;
-    status = forward(request, results.provider, results.task, &output, context);
+    status =
+        callbacks.forwardProviderCall(request, results.provider, task, &output, callbacks.context);
   }
   // The caller's set may have been destroyed while the connection was waited for.
   if (IsValidHandle(call.out, HANDLE_PROPSET)) {

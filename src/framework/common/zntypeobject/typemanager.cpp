@@ -189,6 +189,18 @@ u32 TypeManager::InstallType(const PropertySet& form) {
   return ZN_OK;
 }
 
+u32 TypeManager::ReplaceInterfaces(const GUID& id, const PropertySet& change) {
+  const Value* name = change.FindValue("TypeName", ZN_TYPE_STRING);
+  const Value* list = change.FindValue("InterfaceList", ZN_TYPE_ARRAY | ZN_TYPE_PROPSET);
+  if (name == nullptr || list == nullptr) return ZNE_PROPERTY_NOT_FOUND;
+  std::vector<InterfaceRecord> interfaces;
+  ZN_RETURN_IF_FAILED(ReadInterfaceList(*list, &interfaces));
+  TypeObject* type = FindType(name->AsText());
+  if (type == nullptr || !SameGuid(type->Guid(), id)) return ZNE_TYPE_NOT_FOUND;
+  type->ReplaceInterfaces(std::move(interfaces));
+  return ZN_OK;
+}
+
 std::vector<PropertySet> TypeManager::DumpTypeGraph() const {
   std::vector<PropertySet> forms;
   std::set<const TypeObject*> dumped;

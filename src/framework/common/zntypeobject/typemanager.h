@@ -36,6 +36,10 @@ class TypeManager {
   // form comes from another database, maybe from another machine: ZNE_PROPERTY_NOT_FOUND when a
   // property is missing or has the wrong tag, with nothing changed.
   [[nodiscard]] u32 InstallType(const PropertySet& form);
+  // Replaces the interfaces of the type that the set names by those it lists ("TypeName",
+  // "InterfaceList"). ZNE_PROPERTY_NOT_FOUND; ZNE_TYPE_NOT_FOUND for one that is not here or has
+  // another id.
+  [[nodiscard]] u32 ReplaceInterfaces(const GUID& id, const PropertySet& change);
   // Property forms of all types, supertypes before subtypes: KELD_Type, then by name.
   [[nodiscard]] std::vector<PropertySet> DumpTypeGraph() const;
   // In name order.

@@ -228,6 +228,10 @@ void TypeObject::CollectInstanceIds(std::vector<ObjectId>* out) const {
   }
 }
 
+void TypeObject::SetComplete() {
+  for (TypeObject* type : Descendants()) type->isComplete_ = true;
+}
+
 size_t TypeObject::CountInstances() const {
   size_t count = 0;
   for (const TypeObject* type : Descendants()) count += type->instances_.Count();

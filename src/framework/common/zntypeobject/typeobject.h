@@ -83,6 +83,12 @@ class TypeObject final : public BaseObject {
   // Their ids; for KELD_Type the ids of the types.
   void CollectInstanceIds(std::vector<ObjectId>* out) const;
 
+  // On a client copy: whether all instances, those of derived types included, are here. Set on this
+  // type and on all below it.
+  [[nodiscard]] bool IsComplete() const noexcept { return isComplete_; }
+  void SetComplete();
+  void SetIncomplete() noexcept { isComplete_ = false; }
+
   // The index on a property that this type owns, or null.
   [[nodiscard]] ObjectIndex* FindIndex(PropertyName name) noexcept;
   // The index that covers the property for objects of this type, here or at an ancestor, or null.
@@ -148,6 +154,7 @@ class TypeObject final : public BaseObject {
   void NotifyInterfaceChange();
 
   Database* database_;
+  bool isComplete_ = false;
   String name_;
   std::vector<InterfaceRecord> interfaces_;
   std::vector<TypeObject*> supertypes_;     // direct, in declaration order
