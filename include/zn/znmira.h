@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zn/alert.h"
+#include "zn/client.h"
 #include "zn/db.h"
 #include "zn/ev.h"
 #include "zn/guid.h"

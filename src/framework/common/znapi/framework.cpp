@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "framework/common/zncore/clientcopy.h"
 #include "framework/common/zncore/database.h"
@@ -28,13 +29,16 @@ namespace {
 // Under FAST_LOCK, which a stop releases around the slots that it runs.
 constinit bool isStopping = false;
 
-// The lock is released around each Shutdown: databases may go meanwhile, and others come.
+// Each once. The lock is released around each Shutdown: databases may go meanwhile, and others come.
 void UnloadAllProviders() noexcept {
-  const auto hasProviders = [](const auto& database) { return !database->Providers().empty(); };
+  std::vector<InternedId> done;
   for (;;) {
     const auto& list = DatabaseList();
-    const auto next = std::find_if(list.begin(), list.end(), hasProviders);
+    const auto next = std::find_if(list.begin(), list.end(), [&](const auto& database) {
+      return std::find(done.begin(), done.end(), database->GetId()) == done.end();
+    });
     if (next == list.end()) return;
+    done.push_back((*next)->GetId());
     UnloadProvidersOf(DatabaseRef(**next));
   }
 }
