@@ -11,8 +11,14 @@ namespace zn::ctl {
 
 const Database& Console::Bus() {
   if (!session_) {
+    if (remote) {
+      session_ = std::make_unique<RemoteSession>(&*remote);
+      return session_->Objects();
+    }
     if (!local) {
-      throw UsageError("no bus to work on: --local runs it in this process, with its providers");
+      throw UsageError(
+          "no bus to work on: -H HOST is that of a server, --local runs one in this process, with "
+          "its providers");
     }
     session_ = StartLocalSession();
     WarnOfFailedProviders();
@@ -39,6 +45,17 @@ Localizer Console::Messages() {
         Printable(locale)));
   }
   return Localizer(Bus(), *named);
+}
+
+ClientHandle* Console::Client(const char* verb) {
+  if (!IsRemote()) throw UsageError(fmt::format("{} works with a server: -H HOST", verb));
+  Bus();
+  return session_->Client();
+}
+
+void Console::Drop() {
+  source_.reset();
+  session_.reset();
 }
 
 std::string Console::Describe(const Id& id) {

@@ -4,10 +4,12 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "bus_source.h"
 #include "localizer.h"
+#include "remote.h"
 #include "session.h"
 #include "terminal.h"
 
@@ -24,11 +26,17 @@ class Console {
   bool json = false;
   bool local = false;
   std::string locale;  // as the user named it; empty for that of the environment
+  std::optional<RemoteTarget> remote;
 
   const Terminal& Screen() const { return terminal_; }
   const Database& Bus();
   BusSource& Objects();
   bool BusEndsWithProgram();
+  // The session with the server. Throws UsageError where the bus is not a server's.
+  ClientHandle* Client(const char* verb);
+  bool IsRemote() const { return remote.has_value(); }
+  // Ends the session, and everything known of its objects. The next use opens another.
+  void Drop();
 
   // The messages of the bus in the language that the user wants.
   Localizer Messages();
@@ -64,6 +72,8 @@ void AddAlertVerbs(CLI::App& app, Command* command);     // alerts
 void AddMessageVerbs(CLI::App& app, Command* command);   // messages
 void AddSettingsVerbs(CLI::App& app, Command* command);  // settings
 void AddDocumentVerbs(CLI::App& app, Command* command);  // validate
+void AddServerVerbs(CLI::App& app, Command* command);    // hosts, ping, logon, download
+void AddTaskVerbs(CLI::App& app, Command* command);      // tasks
 
 // Entries of a list as the system provider keeps them, each followed by a comma.
 std::vector<std::string> SplitProviderList(const std::string& text);

@@ -36,7 +36,10 @@ struct TaskProgress {
   u32 state = 0;
 };
 
-using InboxItem = std::variant<BusEvent, TaskProgress>;
+// The connection with the server has gone.
+struct ConnectionLost {};
+
+using InboxItem = std::variant<BusEvent, TaskProgress, ConnectionLost>;
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
 // That many seconds from now; none for a negative number.

@@ -25,6 +25,7 @@ constexpr char kFooter[] =
     "  znctl --local tree              what there is\n"
     "  znctl --local show sda          one object with its properties\n"
     "  znctl --local watch --for 10    what changes in ten seconds\n"
+    "  znctl -H myhost --user me tree  the same of a server\n"
     "  znctl tree --help               more about a verb\n\n"
     "Exit codes: 0 done, 1 the bus refused (status, name and text on stderr),\n"
     "2 wrong usage, 130 interrupted.\n";
@@ -34,10 +35,30 @@ struct GlobalArguments {
   bool json = false;
   std::string settings;
   std::string locale;
+  std::string host;
+  RemoteTarget logon;
 };
 
 void AddGlobals(CLI::App& app, GlobalArguments* globals) {
-  app.add_flag("--local", globals->local, "Run the bus in this process, with its providers");
+  CLI::Option* local =
+      app.add_flag("--local", globals->local, "Run the bus in this process, with its providers");
+  app.add_option("-H,--host", globals->host, "Work on the bus of a server")
+      ->type_name("HOST[:PORT]")
+      ->excludes(local)
+      ->take_last();
+  app.add_option("--user", globals->logon.user, "Who logs on (else: by shared memory, here)")
+      ->type_name("[DOMAIN\\]NAME")
+      ->take_last();
+  CLI::Option* file = app.add_option("--password-file", globals->logon.passwordFile,
+                                     "Its first line is the password (else: asked for)")
+                          ->type_name("FILE")
+                          ->take_last();
+  app.add_option("--password-fd", globals->logon.passwordDescriptor,
+                 "The same from an open descriptor")
+      ->type_name("N")
+      ->check(CLI::NonNegativeNumber)
+      ->excludes(file)
+      ->take_last();
   app.add_option("--settings", globals->settings, "Settings file (else ZN_SETTINGS, else default)")
       ->type_name("FILE")
       ->take_last();
@@ -60,6 +81,12 @@ int Run(const GlobalArguments& globals, const Command& command) {
   Inbox::Get().CatchSignals();
   Console console(DetectTerminal());
   console.local = globals.local;
+  if (!globals.host.empty()) {
+    const RemoteTarget place = ParseRemoteTarget(globals.host);
+    console.remote = globals.logon;
+    console.remote->host = place.host;
+    console.remote->port = place.port;
+  }
   console.json = globals.json;
   console.locale = globals.locale;
   return command(console);
@@ -109,6 +136,8 @@ int Main(int argc, char** argv) {
   AddMessageVerbs(app, &command);
   AddSettingsVerbs(app, &command);
   AddDocumentVerbs(app, &command);
+  AddTaskVerbs(app, &command);
+  AddServerVerbs(app, &command);
   app.require_subcommand(0, 1);
   app.footer(kFooter);
   Arrange(&app);

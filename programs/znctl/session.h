@@ -1,11 +1,12 @@
 // Where the bus is. A session gives the database on which the verbs work, and ends everything it
-// started when it is destroyed. Today there is one kind: the bus in this very process.
+// started when it is destroyed: the bus in this very process, or the one of a server (remote.h).
 #pragma once
 
 #include <memory>
 #include <string>
 
 #include "bus.h"
+#include "zn/client.h"
 
 namespace zn::ctl {
 
@@ -15,6 +16,8 @@ class Session {
   virtual const Database& Objects() const = 0;
   // Whether calls and tasks end with this program.
   virtual bool EndsWithProgram() const = 0;
+  // The session with a server, null where there is none.
+  virtual ClientHandle* Client() const { return nullptr; }
 };
 
 // The settings file that applies: the one named, else that of the environment, else the default.

@@ -144,12 +144,38 @@ class TaskFollower {
   }
 
   void Take(const BusEvent& event) {
+    if (!(event.object == outcome_.task)) return;
     const bool gone = event.topic.find(".object.delete.") != std::string::npos;
-    if (!gone || !(event.object == outcome_.task)) return;
+    // A server's provider reports to the server: here its task tells how far it is.
+    if (console_.IsRemote()) {
+      TakeState(
+          gone ? event.data : console_.Bus().Properties(event.object).value_or(PropertyList()),
+          gone);
+    }
+    if (!gone) return;
     objectGone_ = true;
     const Property* output = FindProperty(event.data, "OutData");
     const auto* set = output == nullptr ? nullptr : std::get_if<PropertyList>(&output->value.data);
     if (set != nullptr) outcome_.output = *set;
+  }
+
+  static u32 Number(const PropertyList& task, const char* name) {
+    const Property* property = FindProperty(task, name);
+    const auto* number = property == nullptr ? nullptr : std::get_if<u64>(&property->value.data);
+    return number == nullptr ? 0 : static_cast<u32>(*number);
+  }
+
+  void TakeState(const PropertyList& task, bool gone) {
+    if (task.empty()) return;
+    Take(TaskProgress{Number(task, "Result"), outcome_.task, Number(task, "PercentComplete"),
+                      gone ? TASK_STATE_FINISHED : Number(task, "State")});
+  }
+
+  [[noreturn]] void Take(const ConnectionLost&) {
+    bar_.Clear();
+    throw Failure(UCLW_SOCKET_DISCONNECTED,
+                  fmt::format("lost the connection to {}", console_.remote->Text()),
+                  {fmt::format("the task {} may go on", IdText(outcome_.task))});
   }
 
   // A task whose object is gone is told to stop at its next report.

@@ -169,6 +169,9 @@ u32 TypeToSet(Console& console, const Id& id, const ObjectArguments& arguments,
 }
 
 int RunSet(Console& console, const ObjectArguments& arguments) {
+  if (console.IsRemote()) {
+    throw UsageError("a server's objects change by calls alone (znctl call); set needs --local");
+  }
   const Id id = console.Resolve(arguments.object);
   const Database& bus = console.Bus();
   const std::optional<Property> before = bus.FindProperty(id, arguments.property);

@@ -195,6 +195,54 @@ Sighting Watcher::Look(const BusEvent& event) {
   return sighting;
 }
 
+namespace {
+
+Sighting FoundOut(const char* kind, const ObjectInfo& info, const std::string& path) {
+  Sighting sighting;
+  sighting.time = std::chrono::system_clock::now();
+  sighting.kind = kind;
+  sighting.topic = fmt::format("{}{}.{}.{}", kObjectTopics, info.type, kind, IdText(info.id));
+  sighting.object = info;
+  sighting.path = path;
+  return sighting;
+}
+
+}  // namespace
+
+std::vector<Sighting> Watcher::DifferencesFrom(const Watcher& earlier) const {
+  std::unordered_map<std::string, const Snapshot*> byPlace;
+  for (const auto& [id, snapshot] : earlier.known_) {
+    if (!known_.contains(id)) byPlace[snapshot.path + "\n" + snapshot.info.type] = &snapshot;
+  }
+  std::vector<Sighting> found;
+  for (const auto& [id, now] : known_) {
+    const auto same = earlier.known_.find(id);
+    const Snapshot* before = same == earlier.known_.end() ? nullptr : &same->second;
+    if (before == nullptr) {
+      const auto place = byPlace.find(now.path + "\n" + now.info.type);
+      if (place != byPlace.end()) before = place->second;
+      if (place != byPlace.end()) byPlace.erase(place);
+    }
+    if (before == nullptr) {
+      found.push_back(FoundOut("object.add", now.info, now.path));
+      found.back().data = now.properties;
+      continue;
+    }
+    for (const char* kind : {"data.change", "flag.change"}) {
+      Sighting sighting = FoundOut(kind, now.info, now.path);
+      Compare(*before, now, &sighting);
+      if (!sighting.IsEmpty()) found.push_back(std::move(sighting));
+    }
+  }
+  for (const auto& [place, before] : byPlace) {
+    found.push_back(FoundOut("object.delete", before->info, before->path));
+    found.back().data = before->properties;
+  }
+  std::sort(found.begin(), found.end(),
+            [](const Sighting& a, const Sighting& b) { return NaturalLess(a.path, b.path); });
+  return found;
+}
+
 std::string RenderSighting(const Terminal& terminal, const Sighting& sighting, bool fullTopics) {
   const bool ownTopic = sighting.kind == "raised" || sighting.kind.starts_with("type.");
   const std::string topic = fullTopics || ownTopic ? sighting.topic : sighting.kind;

@@ -42,6 +42,10 @@ class Watcher {
  public:
   explicit Watcher(const Database& database);  // takes the first snapshot
   Sighting Look(const BusEvent& event);
+  // What is different here from what an earlier watcher knew: for a session that was lost and taken
+  // up again. Objects are the same by their ids, or else, after a new start of the server, by path
+  // and type.
+  std::vector<Sighting> DifferencesFrom(const Watcher& earlier) const;
 
  private:
   struct Snapshot {

@@ -7,6 +7,7 @@
 #include "framework/common/zncore/clientcopy.h"
 #include "framework/common/zncore/wireform.h"
 #include "framework/common/znwire/messages.h"
+#include "framework/common/znwire/nestedset.h"
 #include "support/common/fastlock.h"
 #include "support/common/handle.h"
 #include "support/common/shared_memory.h"
@@ -66,11 +67,8 @@ u32 FetchMessageOf(const MessageRequest& request, std::u16string* text, void* co
     *out = std::move(*set);
     return ZN_OK;
   }
-  const Value* binary = answer.FindValue(wire::kDataKey, ZN_TYPE_BINARY);
-  if (binary == nullptr) return ZN_OK;
-  const std::string_view bytes = binary->AsBinary();
-  BinaryReader reader(bytes.data(), bytes.size());
-  return out->Unmarshal(reader);
+  if (answer.Find(wire::kDataKey) == nullptr) return ZN_OK;
+  return wire::FindNestedSet(answer, wire::kDataKey, out) != nullptr ? ZN_OK : ZNE_UNEXPECTED;
 }
 
 [[nodiscard]] u32 ResultOf(const PropertySet& answer) noexcept {

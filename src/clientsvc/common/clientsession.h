@@ -104,7 +104,7 @@ class ClientSession : public std::enable_shared_from_this<ClientSession> {
   void Start(const SessionTarget& target, u32 offeredAuthentication);
   [[nodiscard]] u32 Connect(const SessionTarget& target);
   [[nodiscard]] u32 Negotiate(u32 offeredAuthentication);
-  [[nodiscard]] u32 ReadOptions(PropertySet& answer);
+  [[nodiscard]] u32 ReadOptions(const PropertySet& answer);
   [[nodiscard]] u32 FetchChallenge();
   [[nodiscard]] u32 SendCredentials(const Credentials& credentials, PropertySet* answer);
   [[nodiscard]] u32 FinishLogon();

@@ -7,8 +7,8 @@
 
 #include "clientsvc/common/watchdog.h"
 #include "framework/common/zncore/clientcopy.h"
-#include "framework/common/zncore/wireform.h"
 #include "framework/common/znwire/messages.h"
+#include "framework/common/znwire/nestedset.h"
 #include "support/common/shared_memory.h"
 #include "support/common/status.h"
 #include "support/common/text.h"
@@ -41,18 +41,6 @@ constexpr u32 kMostLogonSends = 3;
   if (value == nullptr) return ZNE_PROPERTY_NOT_FOUND;
   *out = value->AsUInt32();
   return ZN_OK;
-}
-
-// "Data" as the set that it holds, in either of its forms.
-[[nodiscard]] u32 ReadNestedSet(PropertySet& answer, PropertySet* out) {
-  if (PropertySet* set = FindOwnSet(answer, wire::kDataKey)) {
-    *out = std::move(*set);
-    return ZN_OK;
-  }
-  const Value* binary = answer.FindValue(wire::kDataKey, ZN_TYPE_BINARY);
-  if (binary == nullptr) return ZNE_PROPERTY_NOT_FOUND;
-  BinaryReader reader(binary->AsBinary().data(), binary->AsBinary().size());
-  return out->Unmarshal(reader);
 }
 
 // What held a password is overwritten before it goes back to the heap.
@@ -141,10 +129,8 @@ u32 ClientSession::SendGuarded(const PropertySet& request, PropertySet* answer) 
 u32 ClientSession::Negotiate(u32 offeredAuthentication) {
   PropertySet keys;
   keys.Put(wire::kEncryptionKeyIndexKey, Value::UInt32(wire::kEncryptionKeys));
-  BinaryWriter keyBytes;
-  keys.Marshal(keyBytes);
   PropertySet offer;
-  offer.Put(wire::kDataKey, Value::Binary(keyBytes.Buffer().Data(), keyBytes.Buffer().Size()));
+  offer.Put(wire::kDataKey, wire::AsBinary(keys));
   offer.Put(wire::kMessageKey, Value::UInt32(wire::kSessionOffer));
   offer.Put(wire::kVersionKey, Value::UInt32(wire::kProtocolVersion));
   offer.Put(wire::kEncryptionKey, Value::UInt32(wire::kEncryptionDes));
@@ -158,16 +144,17 @@ u32 ClientSession::Negotiate(u32 offeredAuthentication) {
   return ReadOptions(answer);
 }
 
-u32 ClientSession::ReadOptions(PropertySet& answer) {
+u32 ClientSession::ReadOptions(const PropertySet& answer) {
   SessionOptions options;
   ZN_RETURN_IF_FAILED(ReadUInt32(answer, wire::kVersionKey, &options.version));
   ZN_RETURN_IF_FAILED(ReadUInt32(answer, wire::kEncryptionKey, &options.encryption));
   ZN_RETURN_IF_FAILED(ReadUInt32(answer, wire::kCompressionKey, &options.compression));
   ZN_RETURN_IF_FAILED(ReadUInt32(answer, wire::kAuthenticationKey, &options.authentication));
-  PropertySet keys;
-  ZN_RETURN_IF_FAILED(ReadNestedSet(answer, &keys));
+  PropertySet room;
+  const PropertySet* keys = wire::FindNestedSet(answer, wire::kDataKey, &room);
+  if (keys == nullptr) return ZNE_PROPERTY_NOT_FOUND;
   static_cast<void>(ReadUInt32(answer, wire::kPingTokenKey, &options.pingToken));
-  ZN_RETURN_IF_FAILED(ReadUInt32(keys, wire::kEncryptionKeyIndexKey, &options.encryptionKeyIndex));
+  ZN_RETURN_IF_FAILED(ReadUInt32(*keys, wire::kEncryptionKeyIndexKey, &options.encryptionKeyIndex));
   if (options.authentication == wire::kAuthenticationSharedMemory) {
     ZN_RETURN_IF_FAILED(ReadUInt32(answer, wire::kShMemIndexKey, &options.shMemIndex));
   }

@@ -23,7 +23,6 @@ namespace zn {
 
 namespace {
 
-constexpr u32 kDefaultIntervalMs = 6000;
 constexpr size_t kMostReplies = 4096;  // whoever floods ends the pass
 
 // What the thread and its callers share.
@@ -32,7 +31,7 @@ struct DiscoveryState {
   Condition changed;
   bool enabled ZN_GUARDED_BY(mutex) = false;
   bool stopping ZN_GUARDED_BY(mutex) = false;
-  u32 intervalMs ZN_GUARDED_BY(mutex) = kDefaultIntervalMs;
+  DiscoveryTimes times ZN_GUARDED_BY(mutex);
   std::thread thread ZN_GUARDED_BY(mutex);
 
   Mutex tableMutex;
@@ -83,9 +82,23 @@ void ReadProtocols(const std::vector<Value>& list, ClHostInfo* row) {
   }
 }
 
+// Replies come from anybody: what is in them makes no new names, so those that count are made here.
+void KnowReplyNames() {
+  static const bool known = [] {
+    for (const std::string_view key :
+         {wire::kDatabaseIdKey, wire::kHostnameKey, wire::kHostIpKey, wire::kMiraVersionKey,
+          wire::kMiraTypeKey, wire::kSupportedProtocolsKey, wire::kServerFlagsKey,
+          wire::kProtocolVersionKey, wire::kProtocolNameKey}) {
+      static_cast<void>(PropertyName::Intern(key));
+    }
+    return true;
+  }();
+  static_cast<void>(known);
+}
+
 [[nodiscard]] bool ReadReply(const DiscoveryReply& reply, ClHostInfo* row) {
   PropertySet set;
-  BinaryReader reader(reply.data.data(), reply.data.size());
+  BinaryReader reader(reply.data.data(), reply.data.size(), NamesRead::kKnown);
   if (ZN_FAILED(set.Unmarshal(reader))) return false;
   const Value* id = set.FindValue(wire::kDatabaseIdKey, ZN_TYPE_OBJECT_ID);
   const Value* name = set.FindValue(wire::kHostnameKey, ZN_TYPE_STRING);
@@ -136,7 +149,7 @@ void RunThread() noexcept {
       continue;
     }
     const auto until =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(state.intervalMs);
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(state.times.intervalMs);
     while (!state.stopping && state.changed.WaitUntil(state.mutex, until)) {
     }
     if (state.stopping || !state.enabled) continue;
@@ -169,6 +182,7 @@ std::vector<DiscoveryTarget> ParseDiscoveryTargets(std::string_view text) {
 }
 
 std::vector<ClHostInfo> ReadDiscoveryReplies(const std::vector<DiscoveryReply>& replies) {
+  KnowReplyNames();
   std::vector<ClHostInfo> rows;
   std::vector<u32> senders;
   for (const DiscoveryReply& reply : replies) {
@@ -210,13 +224,15 @@ u32 RunDiscoveryPass() {
 void EnableDiscovery(u32 timeoutSeconds, bool immediately) {
   constexpr u32 kMostSeconds = 3600;
   DiscoveryState& state = State();
+  u32 secondMs = 0;
   {
     const MutexLock lock(state.mutex);
     if (state.enabled || state.stopping) return;
+    secondMs = state.times.secondMs;
   }
   {
     const MutexLock lock(state.tableMutex);
-    state.timeoutMs = std::min(timeoutSeconds, kMostSeconds) * 1000;
+    state.timeoutMs = std::min(timeoutSeconds, kMostSeconds) * secondMs;
   }
   if (immediately) static_cast<void>(RunDiscoveryPass());
   const MutexLock lock(state.mutex);
@@ -262,10 +278,10 @@ std::vector<ClHostInfo> MatchingHosts(u32 flagMask) {
   return hosts;
 }
 
-void SetDiscoveryInterval(u32 ms) noexcept {
+void SetDiscoveryTimes(const DiscoveryTimes& times) noexcept {
   DiscoveryState& state = State();
   const MutexLock lock(state.mutex);
-  state.intervalMs = ms;
+  state.times = times;
 }
 
 }  // namespace zn

@@ -37,7 +37,12 @@ void DisableDiscovery();
 void StopDiscovery() noexcept;
 // The rows that a mask of flags asks for.
 [[nodiscard]] std::vector<ClHostInfo> MatchingHosts(u32 flagMask);
-// The pause between two passes of the thread; tests shorten it. Never 0.
-void SetDiscoveryInterval(u32 ms) noexcept;
+// The pause between two passes of the thread, and how long a second of the time-out is; tests shorten
+// both.
+struct DiscoveryTimes {
+  u32 intervalMs = 6000;
+  u32 secondMs = 1000;
+};
+void SetDiscoveryTimes(const DiscoveryTimes& times) noexcept;
 
 }  // namespace zn
