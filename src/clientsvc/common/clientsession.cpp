@@ -170,12 +170,8 @@ u32 ClientSession::ForwardProviderCall(PropertySet& request, ObjectId* provider,
   return ResultOf(answer);
 }
 
-u32 ClientSession::OnServerData(const void* data, u32 length) {
-  const u32 flags = flags_.load();
-  if ((flags & kLost) != 0) return ZNE_INVALID_ARGUMENTS;
-  if ((flags & kClosing) != 0) return ZN_OK;
+u32 ApplyPush(ZnHandle database, const void* data, u32 length) {
   if (length == 0 || data == nullptr) return ZNE_INVALID_ARGUMENTS;
-  if ((flags & kReady) == 0) return ZN_OK;  // what comes before the logon is not for this copy
   PropertySet message;
   BinaryReader reader(data, length);
   ZN_RETURN_IF_FAILED(message.Unmarshal(reader));
@@ -183,12 +179,21 @@ u32 ClientSession::OnServerData(const void* data, u32 length) {
   if (number == nullptr) return ZNE_PROPERTY_NOT_FOUND;
   switch (number->AsUInt32()) {
     case wire::kChangeNotification:
-      return DbUpdateCache(database_, message);
+      return DbUpdateCache(database, message);
     case wire::kEventNotification:
-      return RaiseServerEvent(database_, message);
+      return RaiseServerEvent(database, message);
     default:
       return ZN_OK;  // a newer server may tell more
   }
+}
+
+u32 ClientSession::OnServerData(const void* data, u32 length) {
+  const u32 flags = flags_.load();
+  if ((flags & kLost) != 0) return ZNE_INVALID_ARGUMENTS;
+  if ((flags & kClosing) != 0) return ZN_OK;
+  if (length == 0 || data == nullptr) return ZNE_INVALID_ARGUMENTS;
+  if ((flags & kReady) == 0) return ZN_OK;  // what comes before the logon is not for this copy
+  return ApplyPush(database_, data, length);
 }
 
 void ClientSession::OnConnectionLost() noexcept {

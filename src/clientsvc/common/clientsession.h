@@ -42,6 +42,11 @@ struct SessionTarget {
   u32 port = 0;  // 0: the standard port
 };
 
+// Applies what a server pushed to a copy. Statuses of DbUpdateCache and RaiseServerEvent;
+// ZNE_INVALID_ARGUMENTS without bytes, ZNE_UNEXPECTED for bytes that are no set,
+// ZNE_PROPERTY_NOT_FOUND without a number, 0 for a number that means nothing here.
+[[nodiscard]] u32 ApplyPush(ZnHandle database, const void* data, u32 length);
+
 class ClientSession : public std::enable_shared_from_this<ClientSession> {
  public:
   // Connects and negotiates with that offer of authentication, and enters the list of sessions. The
