@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 extern char** environ;
@@ -78,7 +80,9 @@ std::string ServiceProcess::ReadLine() const {
 }
 
 bool ServiceProcess::Start(std::vector<std::string> arguments) {
-  arguments.insert(arguments.end(), {"--port", "0", "--foreground"});
+  const bool namesPort = std::find(arguments.begin(), arguments.end(), "--port") != arguments.end();
+  if (!namesPort) arguments.insert(arguments.end(), {"--port", "0"});
+  arguments.emplace_back("--foreground");
   Spawn(arguments);
   constexpr std::string_view kMark = "znsvc: listening on 127.0.0.1, port ";
   for (std::string line = ReadLine(); !line.empty(); line = ReadLine()) {
