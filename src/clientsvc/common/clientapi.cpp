@@ -112,7 +112,10 @@ class NewSession {
     entry.lastResponse = ZnGetMiraTime();
     entry.address = session_->Address();
     entry.port = session_->Port();
-    if (!CSManagerAddServer(entry)) return ZNE_UNEXPECTED;
+    // The watch may have ended with another session since this one asked for it.
+    const bool isAdded =
+        CSManagerAddServer(entry) || (CSManagerStartup() == ZN_OK && CSManagerAddServer(entry));
+    if (!isAdded) return ZNE_UNEXPECTED;
     session_->SetPinged();
     return ZN_OK;
   }

@@ -1,7 +1,6 @@
 // Client handles: see the header.
 #include "clientsvc/common/clienthandle.h"
 
-#include <atomic>
 #include <cstddef>
 
 #include "support/common/handle.h"
@@ -11,18 +10,14 @@ namespace zn {
 
 namespace {
 
-static_assert(sizeof(ClientHandle) <= sizeof(ZnHandleRecord) &&
+static_assert(sizeof(ClientHandle) == sizeof(ZnHandleRecord) &&
                   offsetof(ClientHandle, magic) == offsetof(ZnHandleRecord, tag) &&
-                  offsetof(ClientHandle, session) == offsetof(ZnHandleRecord, thing) &&
-                  offsetof(ClientHandle, state) >= sizeof(u32),
+                  offsetof(ClientHandle, state) == offsetof(ZnHandleRecord, state) &&
+                  offsetof(ClientHandle, session) == offsetof(ZnHandleRecord, thing),
               "the public record is the arena's");
 
 [[nodiscard]] ZnHandle RecordOf(const ClientHandle* handle) noexcept {
   return reinterpret_cast<ZnHandle>(const_cast<ClientHandle*>(handle));
-}
-
-[[nodiscard]] std::atomic_ref<u32> StateOf(const ClientHandle* handle) noexcept {
-  return std::atomic_ref<u32>(const_cast<ClientHandle*>(handle)->state);
 }
 
 Mutex closingMutex;
@@ -44,11 +39,11 @@ bool IsClientHandle(const ClientHandle* handle) noexcept {
 }
 
 u32 ClientState(const ClientHandle* handle) noexcept {
-  return StateOf(handle).load();
+  return RecordOf(handle)->state.load();
 }
 
 void SetClientState(ClientHandle* handle, u32 state) noexcept {
-  StateOf(handle).store(state);
+  RecordOf(handle)->state.store(state);
 }
 
 const void* ClientSessionOf(const ClientHandle* handle) noexcept {
@@ -58,7 +53,7 @@ const void* ClientSessionOf(const ClientHandle* handle) noexcept {
 bool TakeForClosing(ClientHandle* handle) noexcept {
   const MutexLock lock(closingMutex);
   if (!IsClientHandle(handle)) return false;
-  return StateOf(handle).exchange(ZN_CLIENT_CLOSED) != ZN_CLIENT_CLOSED;
+  return RecordOf(handle)->state.exchange(ZN_CLIENT_CLOSED) != ZN_CLIENT_CLOSED;
 }
 
 }  // namespace zn

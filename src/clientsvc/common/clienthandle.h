@@ -1,6 +1,5 @@
-// The records behind ClientHandle. They lie in the arena of handle records, so that the check of a
-// stale one touches no freed memory and ZnFree knows them; the state has the four bytes between a
-// record's kind and what it stands for.
+// The records behind ClientHandle are records of the arena of handles, so that the check of a stale
+// one touches no freed memory and ZnFree knows them.
 #pragma once
 
 #include "zn/client.h"

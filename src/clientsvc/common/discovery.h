@@ -37,8 +37,8 @@ void DisableDiscovery();
 void StopDiscovery() noexcept;
 // The rows that a mask of flags asks for.
 [[nodiscard]] std::vector<ClHostInfo> MatchingHosts(u32 flagMask);
-// The pause between two passes of the thread, and how long a second of the time-out is; tests shorten
-// both.
+// The pause between two passes of the thread, and how long a second of the time-out is; tests
+// shorten both.
 struct DiscoveryTimes {
   u32 intervalMs = 6000;
   u32 secondMs = 1000;
