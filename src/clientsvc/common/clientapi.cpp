@@ -143,9 +143,16 @@ class NewSession {
   return (authentication & wire::kAuthenticationToken) != 0 ? ZNE_NOT_IMPLEMENTED : ZN_OK;
 }
 
-[[nodiscard]] u32 LogOn(ClientHandle* handle, ClientSession& session,
-                        const Credentials& credentials) {
+// What held a password is overwritten before it goes back to the heap.
+void Wipe(std::u16string& text) noexcept {
+  volatile ZnWChar* at = text.data();
+  for (size_t i = 0; i < text.size(); ++i) at[i] = 0;
+}
+
+[[nodiscard]] u32 LogOn(ClientHandle* handle, ClientSession& session, Credentials& credentials) {
   const u32 status = session.Logon(credentials);
+  Wipe(credentials.password);
+  Wipe(credentials.user);  // of a local logon it is the secret
   if (status == ZN_OK) SetClientState(handle, ZN_CLIENT_LOGGED_ON);
   return status;
 }

@@ -2,8 +2,10 @@
 // a server tells: clientcopy_update_test.cpp.
 #include <thread>
 
+#include "framework/common/znalert/alert.h"
 #include "framework/common/znprov/localprovider.h"
 #include "tests/unit/framework/clientcopy_fixture.h"
+#include "zn/alert.h"
 #include "zn/ev.h"
 
 namespace zn::test {
@@ -631,6 +633,22 @@ TEST_F(RemoteCopyTest, TwoThatFetchTheSameObjectKeepTheFirst) {
     return status;
   };
   EXPECT_EQ(Size(id), 5u);
+}
+
+TEST_F(RemoteCopyTest, AProviderThatGoesWhileAlertsAreFetchedRaisesNone) {
+  ASSERT_EQ(server->Types().FindType("KELD_Alert"), nullptr);
+  Warm();
+  ProviderCallbacks slots{};
+  slots.Event = [](const EventRecord*) -> u32 { return ZN_OK; };
+  ZnHandle provider = nullptr;
+  ASSERT_EQ(ZnRegisterAsProvider(copy_, u"mine", &slots, &provider), ZN_OK);
+  {
+    const BusLock lock;
+    ASSERT_EQ(FormalizeAlertType(Copy()), ZN_OK);
+  }
+  beforeReply = [&] { TellServerGone(copy_); };
+  EXPECT_EQ(ObRaiseAlert(copy_, provider, "event.x", nullptr, nullptr), ZNE_INVALID_ARGUMENTS);
+  EXPECT_EQ(beforeReply, nullptr);
 }
 
 // What the server tells of an object while the object is on its way here is not lost.

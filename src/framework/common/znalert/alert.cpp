@@ -217,11 +217,16 @@ u32 FormalizeAlertType(Database& database) {
   return status;
 }
 
+void FetchAlerts(Database& database) {
+  std::vector<ObjectId> ids;
+  if (!database.IsLocal()) static_cast<void>(database.GetObjectsOfType(kAlertTypeName, &ids));
+}
+
 DBNode* FindAlert(Database& database, std::string_view topic) {
   std::vector<ObjectId> ids;
-  if (ZN_FAILED(database.GetObjectsOfType(kAlertTypeName, &ids))) return nullptr;
+  if (ZN_FAILED(database.ListInstances(kAlertTypeName, &ids))) return nullptr;
   for (const ObjectId& id : ids) {
-    DBNode* node = database.FindObject(id);
+    DBNode* node = database.FindCached(id);
     const PropertySet* generic =
         node == nullptr ? nullptr : FindSet(node->Properties(), kGenericSet);
     const Value* found =

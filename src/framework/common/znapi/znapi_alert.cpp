@@ -34,6 +34,8 @@ u32 ObPublishAlert(ZnHandle hDb, ZnHandle hProvider, const AlertDescriptor* aler
                                     IsGoodPointer(alert) && IsAlertTopic(alert->topic)));
     Database* database = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
+    FetchAlerts(*database);
+    ZN_RETURN_IF_FAILED(frame.Check(IsProviderHandle(hProvider)));  // it may have gone meanwhile
     return PublishAlert(*database, *HandleThing<Provider>(hProvider), *alert);
   });
 }
@@ -44,6 +46,7 @@ u32 ObUnpublishAlert(ZnHandle hDb, ZnHandle hProvider, const char* topic) {
                                     IsGoodString(topic, kMaxTypeLength)));
     Database* database = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
+    FetchAlerts(*database);
     return UnpublishAlert(*database, topic);
   });
 }
@@ -57,6 +60,10 @@ u32 ObRaiseAlert(ZnHandle hDb, ZnHandle hProvider, const char* topic, ZnHandle h
                                     IsPropsetHandleOrNull(hUserProperties)));
     Database* database = nullptr;
     ZN_RETURN_UNLESS_OK(frame.OpenDatabase(hDb, &database));
+    FetchAlerts(*database);
+    ZN_RETURN_IF_FAILED(frame.Check(IsProviderHandle(hProvider) &&
+                                    IsPropsetHandleOrNull(hInsertions) &&
+                                    IsPropsetHandleOrNull(hUserProperties)));
     return RaiseAlert(*database, *HandleThing<Provider>(hProvider), topic,
                       {SetOrNull(hInsertions), SetOrNull(hUserProperties)});
   });

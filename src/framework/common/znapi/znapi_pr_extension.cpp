@@ -52,13 +52,15 @@ u32 PrGetMessageCatalog(ZnHandle hProvider, GUID* result) {
 u32 PrSetProviderExtensions(ZnHandle hProvider, ObjectId extension, ObjectId catalog) {
   return ApiCall("PrSetProviderExtensions", [&](ApiFrame& frame) -> u32 {
     ZN_RETURN_IF_FAILED(frame.Check(IsProviderHandle(hProvider)));
-    auto& provider = *HandleThing<Provider>(hProvider);
-    std::string extensionText(provider.ClientExtension().Text());
-    std::string catalogText(provider.MessageCatalog().Text());
-    Database& database = provider.GetDatabase();
+    const auto* provider = HandleThing<Provider>(hProvider);
+    std::string extensionText(provider->ClientExtension().Text());
+    std::string catalogText(provider->MessageCatalog().Text());
+    Database& database = provider->GetDatabase();
     ZN_RETURN_IF_FAILED(TextOfExtension(database, extension, &extensionText));
     ZN_RETURN_IF_FAILED(TextOfExtension(database, catalog, &catalogText));
-    provider.SetExtensions(extensionText, catalogText);
+    // On a client copy the look-ups may have released the lock.
+    ZN_RETURN_IF_FAILED(frame.Check(IsProviderHandle(hProvider)));
+    HandleThing<Provider>(hProvider)->SetExtensions(extensionText, catalogText);
     return ZN_OK;
   });
 }

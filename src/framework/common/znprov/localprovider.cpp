@@ -14,7 +14,7 @@ namespace {
 
 [[nodiscard]] std::vector<ObjectId> ObjectsOf(Database& database, const InternedId& provider) {
   std::vector<ObjectId> all;
-  if (ZN_FAILED(database.GetObjectsOfType(kRootTypeName, &all))) return {};
+  if (ZN_FAILED(database.ListInstances(kRootTypeName, &all))) return {};
   std::erase_if(all, [&](const ObjectId& id) {
     const DBNode* node = database.FindCached(id);
     return node == nullptr || !(node->CreatorId() == provider);
