@@ -37,7 +37,7 @@ u32 Number(const PropertyList& properties, const char* name) {
 }
 
 TaskInfo InfoOf(const Id& id, const PropertyList& properties) {
-  return {id, NameFrom(properties), Number(properties, "State"),
+  return {id, NameFrom(kTaskType, properties), Number(properties, "State"),
           Number(properties, "PercentComplete"), Number(properties, "Result")};
 }
 
