@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "document_check.h"
+
 namespace zn::svc {
 
 namespace {
@@ -75,6 +77,20 @@ void CheckOffers(const std::string& head, const toml::table& table, int level, b
   }
 }
 
+// What `znctl validate` says of the document.
+void CheckContent(const std::string& name, const std::string& path, unsigned line,
+                  Findings& findings) {
+  for (const ctl::DocumentFault& fault : ctl::CheckDocument(path).faults) {
+    const std::string what =
+        name + ": " + fault.file + ":" + std::to_string(fault.line) + ": " + fault.text;
+    if (fault.isWarning) {
+      findings.Warn(line, what);
+    } else {
+      findings.Error(line, what);
+    }
+  }
+}
+
 }  // namespace
 
 void CheckDocuments(const toml::table& root, Findings& findings) {
@@ -82,8 +98,11 @@ void CheckDocuments(const toml::table& root, Findings& findings) {
     const toml::node* node = FindEntry(root, name);
     if (node == nullptr || !node->is_string()) continue;
     const std::string path = HostPath(TextOf(root, name));
-    if (IsReadable(path)) continue;
-    findings.Error(LineOf(*node), std::string(name) + ": the file '" + path + "' cannot be read");
+    if (IsReadable(path)) {
+      CheckContent(name, path, LineOf(*node), findings);
+    } else {
+      findings.Error(LineOf(*node), std::string(name) + ": the file '" + path + "' cannot be read");
+    }
   }
 }
 

@@ -80,21 +80,24 @@ void NotificationSender::Stop() noexcept {
   if (thread_.joinable()) thread_.join();
 }
 
-void NotificationSender::ChangeNotify(const PropertySet& change) noexcept try {
+bool NotificationSender::ChangeNotify(const PropertySet& change) noexcept try {
   const Value* flags = change.FindValue(wire::kFlagsKey, ZN_TYPE_UINT32);
   if (flags == nullptr) {
     ZN_TRACE(6, "Flag is not set in change notification\n");
-    return;
+    return false;
   }
   PendingNotification item;
-  if (!ReadServiceId(change, flags->AsUInt32(), &item.serviceId)) return;
-  if (item.serviceId == 0) {
+  if (!ReadServiceId(change, flags->AsUInt32(), &item.serviceId)) return false;
+  const bool isMarker = item.serviceId != 0;
+  if (!isMarker) {
     item.message = MarshalMessage(change);
-    if (item.message == nullptr) return;
+    if (item.message == nullptr) return false;
   }
   if (traces_.Notifications()) ZN_TRACE(1, "ChangeNotify: sending notification");
   Append(std::move(item));
+  return isMarker;
 } catch (const std::bad_alloc&) {
+  return false;
 }
 
 bool NotificationSender::EventNotify(const EventRecord& event) noexcept try {
@@ -139,10 +142,12 @@ void NotificationSender::Run() noexcept {
 }
 
 void NotificationSender::RunRound() noexcept {
+  const MutexLock round(roundMutex_);
   {
     const MutexLock lock(mutex_);
     round_.swap(queue_);
   }
+  if (round_.empty()) return;
   size_t clientCount = 0;
   try {
     const ClientList listeners = clients_.Listeners(&clientCount);
@@ -154,7 +159,7 @@ void NotificationSender::RunRound() noexcept {
     for (const PendingNotification& item : round_) {
       if (item.serviceId == 0) messages_.push_back(item.message);
     }
-    Send(messages_, *listeners);
+    Send(*listeners);
   } catch (const std::bad_alloc&) {  // the round is lost; nobody is to wait for it
   }
   // A marker answers for all that stood before it, so it may be raised behind the whole round.
@@ -167,16 +172,15 @@ void NotificationSender::RunRound() noexcept {
   underWay_.fetch_sub(done, std::memory_order_release);
 }
 
-void NotificationSender::Send(const std::vector<UclBuffer>& messages,
-                              const std::vector<ClientPtr>& listeners) {
-  if (messages.empty()) return;
+void NotificationSender::Send(const std::vector<ClientPtr>& listeners) {
+  if (messages_.empty()) return;
   targets_.clear();
   for (const ClientPtr& client : listeners) {
     // It may have logged on again since the list was made.
     if (client->HearsNotifications()) targets_.push_back({client->address, client->connectionId});
   }
   if (targets_.empty()) return;
-  transport_.SendRound(messages, &targets_);
+  transport_.SendRound(messages_, &targets_);
   for (const UclTarget& target : targets_) {
     if (ZN_FAILED(target.status)) ZN_TRACE(6, "SendThread: unable to send data to client");
   }

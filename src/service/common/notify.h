@@ -1,8 +1,9 @@
 // Sending of notifications: changes (message 11) and events (message 12) as one-way messages to
 // every client that hears them. Two callbacks of the system database fill one queue, the change
-// callback on the change thread and the event callback on the raise thread; one send thread empties
-// it, a round at a time, in order. A message is marshalled once, whatever the number of clients,
-// and a round costs each client one send.
+// callback on the change thread and the event callback on the raise thread; it is emptied a round
+// at a time, in order, by the send thread, or by the change thread when somebody waits for a
+// marker. A message is marshalled once, whatever the number of clients, and a round costs each
+// client one send.
 #pragma once
 
 #include <atomic>
@@ -42,20 +43,22 @@ class NotificationSender {
   void Stop() noexcept;
 
   // The work of the two callbacks. Memory that is short loses the message, and nothing is reported.
-  void ChangeNotify(const PropertySet& change) noexcept;
+  // Of a change, whether it was a marker: somebody waits for it, so the caller runs a round at once
+  // instead of leaving it to the send thread.
+  bool ChangeNotify(const PropertySet& change) noexcept;
   [[nodiscard]] bool EventNotify(const EventRecord& event) noexcept;
 
   // Messages and markers that are queued or being sent. Any thread.
   [[nodiscard]] u64 UnderWay() const noexcept { return underWay_.load(std::memory_order_acquire); }
 
-  // One round, on the calling thread; the send thread does nothing else. For it and for the tests.
-  void RunRound() noexcept;
+  // One round, on the calling thread; the send thread does nothing else. Without the bus lock.
+  void RunRound() noexcept ZN_EXCLUDES(roundMutex_);
 
  private:
   void Append(PendingNotification item) noexcept;
   [[nodiscard]] bool WaitForWork() noexcept;
   void Run() noexcept;
-  void Send(const std::vector<UclBuffer>& messages, const std::vector<ClientPtr>& listeners);
+  void Send(const std::vector<ClientPtr>& listeners) ZN_REQUIRES(roundMutex_);
 
   ClientTable& clients_;
   ServiceIds& serviceIds_;
@@ -66,10 +69,12 @@ class NotificationSender {
   Condition wake_;
   std::vector<PendingNotification> queue_ ZN_GUARDED_BY(mutex_);
   bool stop_ ZN_GUARDED_BY(mutex_) = false;
-  // Of the send thread; they keep their room from one round to the next.
-  std::vector<PendingNotification> round_;
-  std::vector<UclBuffer> messages_;
-  std::vector<UclTarget> targets_;
+  // One round at a time, so that they keep their order; taken before the queue's. The vectors keep
+  // their room from one round to the next.
+  Mutex roundMutex_;
+  std::vector<PendingNotification> round_ ZN_GUARDED_BY(roundMutex_);
+  std::vector<UclBuffer> messages_ ZN_GUARDED_BY(roundMutex_);
+  std::vector<UclTarget> targets_ ZN_GUARDED_BY(roundMutex_);
   std::thread thread_;
 };
 

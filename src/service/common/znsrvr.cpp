@@ -63,7 +63,8 @@ u32 OnConnection(char* host, char* hostAgain, u32* address, u32* connectionId, u
 
 void OnChange(ZnHandle change) {
   if (!IsValidHandle(change, HANDLE_PROPSET)) return;
-  running->server.sender.ChangeNotify(*HandleThing<PropertySet>(change));
+  NotificationSender& sender = running->server.sender;
+  if (sender.ChangeNotify(*HandleThing<PropertySet>(change))) sender.RunRound();
 }
 
 bool OnEvent(const EventRecord* event, u32) {

@@ -171,7 +171,7 @@ class PamLogonHost final : public LogonHost {
     }
     if (attempt.user.empty()) return false;
     Conversation conversation{ToNarrow(attempt.user), ToNarrow(attempt.password), {}};
-    Begin();
+    if (!Begin()) return false;
     const bool isGood = Authenticate(conversation, attempt.peer);
     End();
     if (!isGood) Delay(std::min(conversation.delay, kLongestDelay));
@@ -204,10 +204,13 @@ class PamLogonHost final : public LogonHost {
   }
 
  private:
-  void Begin() {
+  // False once the service stops.
+  [[nodiscard]] bool Begin() {
     const MutexLock lock(mutex_);
-    while (running_ >= kLogonsAtATime) changed_.Wait(mutex_);
+    while (running_ >= kLogonsAtATime && !ended_) changed_.Wait(mutex_);
+    if (ended_) return false;
     ++running_;
+    return true;
   }
   void End() {
     const MutexLock lock(mutex_);

@@ -158,6 +158,8 @@ constexpr FaultCase kFaults[] = {
      ":2: error: AccessUsers must be a text, joined by ';'"},
     {"a document that is not there", "ObjectTypeFile = '$D/gone.xml'\n",
      ":1: error: ObjectTypeFile: the file '$D/gone.xml' cannot be read"},
+    {"a document that is none", "AlertTypeFile = '$D/settings.toml'\n",
+     ":1: error: AlertTypeFile: $D/settings.toml:1: "},
     {"a catalog that is not there",
      "[MessageCatalogs.'{id}'.MiraSkin.1]\n1033 = { ImageFile = '$D/gone' }\n",
      ":2: error: MessageCatalogs.{id}.MiraSkin.1.1033: the file '$D/gone' cannot be read"},

@@ -286,7 +286,9 @@ class WireCapture : public BusTest {
     const BusLock lock;
     DatabaseCallbacks callbacks;
     callbacks.changeCallback = [](ZnHandle change) {
-      current->sender.ChangeNotify(*HandleThing<PropertySet>(change));
+      if (current->sender.ChangeNotify(*HandleThing<PropertySet>(change))) {
+        current->sender.RunRound();
+      }
     };
     callbacks.eventCallback = [](const EventRecord* event, u32) {
       return current->sender.EventNotify(*event);

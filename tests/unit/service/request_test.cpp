@@ -215,6 +215,7 @@ TEST_F(Requests, WithoutASendThreadNoAnswerIsHeldBack) {
 
 TEST_F(Requests, TheStopLetsAnswersGoThoughTheirMarkersNeverComeBy) {
   Listen();
+  sendsMarkers = false;
   script.call = [&](const SlotCall&) {
     SetNumber(1);
     return ZN_OK;

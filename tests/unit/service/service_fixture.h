@@ -125,12 +125,14 @@ class ServiceTest : public BusTest {
     script = {};
     server_ = std::make_unique<ServerObject>(transport_, host_);
     current = server_.get();
+    sendsMarkers = true;
     ASSERT_TRUE(StartFramework(0));
     {
       const BusLock lock;
       DatabaseCallbacks callbacks;
       callbacks.changeCallback = [](ZnHandle change) {
-        current->sender.ChangeNotify(*HandleThing<PropertySet>(change));
+        const bool isMarker = current->sender.ChangeNotify(*HandleThing<PropertySet>(change));
+        if (isMarker && sendsMarkers) current->sender.RunRound();
       };
       callbacks.eventCallback = [](const EventRecord* event, u32) {
         return current->sender.EventNotify(*event);
@@ -271,6 +273,7 @@ class ServiceTest : public BusTest {
   }
 
   static inline ServerObject* current = nullptr;
+  static inline bool sendsMarkers = true;  // set while no change is on its way
 
   FakeTransport transport_;
   FakeHost host_;
