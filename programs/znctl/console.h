@@ -35,6 +35,7 @@ class Console {
   // The session with the server. Throws UsageError where the bus is not a server's.
   ClientHandle* Client(const char* verb);
   bool IsRemote() const { return remote.has_value(); }
+  bool IsLost() const { return session_ && session_->IsLost(); }
   // Ends the session, and everything known of its objects. The next use opens another.
   void Drop();
 

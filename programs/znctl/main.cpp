@@ -14,6 +14,7 @@
 #include "inbox.h"
 #include "status_names.h"
 #include "text.h"
+#include "zn/status.h"
 
 namespace zn::ctl {
 namespace {
@@ -89,7 +90,18 @@ int Run(const GlobalArguments& globals, const Command& command) {
   }
   console.json = globals.json;
   console.locale = globals.locale;
-  return command(console);
+  const auto lost = [&console](std::vector<std::string> details) {
+    return Failure(UCLW_SOCKET_DISCONNECTED, "lost the connection to " + console.remote->Text(),
+                   std::move(details));
+  };
+  try {
+    const int code = command(console);
+    if (console.IsLost()) throw lost({"what was shown may lack something"});
+    return code;
+  } catch (const Failure& failure) {
+    if (!console.IsLost() || failure.status == UCLW_SOCKET_DISCONNECTED) throw;
+    throw lost({failure.what()});
+  }
 }
 
 int RunGuarded(const GlobalArguments& globals, const Command& command) {

@@ -168,6 +168,10 @@ RemoteSession::~RemoteSession() {
   ClShutdown();
 }
 
+bool RemoteSession::IsLost() const {
+  return !isWatched;
+}
+
 void RemoteSession::Open(RemoteTarget* target) {
   const bool isLocal = target->user.empty();
   if (isLocal && !IsThisMachine(target->host)) {

@@ -40,6 +40,7 @@ class RemoteSession : public Session {
   const Database& Objects() const override { return database_; }
   bool EndsWithProgram() const override { return false; }
   ClientHandle* Client() const override { return client_; }
+  bool IsLost() const override;
 
  private:
   void Open(RemoteTarget* target);

@@ -18,6 +18,8 @@ class Session {
   virtual bool EndsWithProgram() const = 0;
   // The session with a server, null where there is none.
   virtual ClientHandle* Client() const { return nullptr; }
+  // Whether its server has gone: what was read since may lack anything.
+  virtual bool IsLost() const { return false; }
 };
 
 // The settings file that applies: the one named, else that of the environment, else the default.
