@@ -255,7 +255,8 @@ class Entities {
   static Entity Read(const XMLCh* value) {
     Entity entity{0, {}};
     for (const XMLCh* at = value; at != nullptr && *at != 0; ++at) {
-      ++entity.length;
+      // Too costly already. Each of many ampersands would look for its end again.
+      if (++entity.length > kMaxEntityCost) break;
       if (*at != u'&' || at[1] == u'#') continue;
       const XMLCh* end = at + 1;
       while (*end != 0 && *end != u';') ++end;
@@ -486,6 +487,7 @@ class FormalizationParser {
       Tell({FormalizationFault::Kind::kStart, name, 0, text});
       return ZNE_XML_SOURCE_INVALID;
     }
+    parser_.reset();  // lives in that memory
     memory_ = std::make_unique<formalization::Memory>();
     parser_ = std::make_unique<formalization::Parser>(
         memory_.get(), name, [this](const FormalizationFault& fault) { Tell(fault); });

@@ -39,8 +39,15 @@ std::string AttributeOf(const DOMElement& element, const char* name) {
   return formalization::ToUtf8(element.getAttribute(ToUtf16(name).c_str()));
 }
 
+// The first text of the element: the library reads no more of it.
 std::string TextOf(const DOMElement& element) {
-  std::string text = formalization::ToUtf8(element.getTextContent());
+  using xercesc::DOMNode;
+  const DOMNode* node = element.getFirstChild();
+  while (node != nullptr && node->getNodeType() != DOMNode::TEXT_NODE &&
+         node->getNodeType() != DOMNode::CDATA_SECTION_NODE) {
+    node = node->getNextSibling();
+  }
+  std::string text = node == nullptr ? "" : formalization::ToUtf8(node->getNodeValue());
   static_cast<void>(XMLTokenizer_TrimString(&text));
   return text;
 }
@@ -79,7 +86,7 @@ class DocumentChecker {
     static_cast<void>(parser_.ParseFile(path_.c_str()));
     const xercesc::DOMDocument* document = parser_.Document();
     const DOMElement* root = document == nullptr ? nullptr : document->getDocumentElement();
-    if (!isBroken_ && root != nullptr) CheckRoot(*root);
+    if (!isBroken_ && root != nullptr) CheckWithinBounds(*root);
     std::stable_sort(
         report_.faults.begin(), report_.faults.end(),
         [](const DocumentFault& a, const DocumentFault& b) { return a.line < b.line; });
@@ -105,6 +112,14 @@ class DocumentChecker {
     if (!text.empty()) Tell(element, true, std::move(rule), text);
   }
 
+  // The probes take memory of the same bounded store as the document.
+  void CheckWithinBounds(const DOMElement& root) {
+    try {
+      CheckRoot(root);
+    } catch (const xercesc::OutOfMemoryException&) {
+      Fault(root, "memory", "the document needs too much memory to be checked");
+    }
+  }
   void CheckRoot(const DOMElement& root) {
     if (NameOf(root) != "MIRA_FORMALIZATION") {
       return Fault(root, "document-type", "the root element is MIRA_FORMALIZATION");

@@ -163,6 +163,18 @@ TEST(DocumentCheck, WarnsOfValuesThatAreNotRead) {
               ElementsAre(Warning(5, "value", "only the first PROPSET is read")));
 }
 
+// A note in the text cuts it short; what is left is no text of three parts.
+TEST(DocumentCheck, LooksAtTheFirstPieceOfATextAlone) {
+  EXPECT_THAT(
+      CheckValue("mira_i18n", "{10203040-5060-7080-0102-030405060708};1<!--x-->;'a'").faults,
+      ElementsAre(Warning(4, "value", "read as nothing")));
+}
+
+TEST(DocumentCheck, TellsADocumentThatIsTooLargeToCheck) {
+  const DocumentReport report = CheckValue("mira_string", std::string(size_t{45} << 20, 'x'));
+  EXPECT_THAT(report.faults, testing::Contains(Error(2, "memory", "too much memory")));
+}
+
 TEST(DocumentCheck, LooksIntoNestedSets) {
   EXPECT_THAT(
       CheckValue("mira_propset", "<PROPSET>\n" + Number("1p") + "</PROPSET>", "Array=\"Y\"").faults,

@@ -5,9 +5,11 @@
 namespace zn::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
+using testing::Not;
 
 constexpr char kGuidText[] = "{10203040-5060-7080-0102-030405060708}";
 const auto kDatabase = reinterpret_cast<ZnHandle>(std::uintptr_t{0x4711000});  // handed through
@@ -257,6 +259,19 @@ TEST_F(AlertDocumentTest, GoesOnBehindAPublicationThatFails) {
   EXPECT_THAT(trace.Messages(),
               ElementsAre("XML: Publication of alert a failed", "XML: In file Memory, line 4",
                           "XML: Publication of alert b failed", "XML: In file Memory, line 7"));
+}
+
+TEST_F(AlertDocumentTest, TakesAPublicationThatFailsForLessThanABadDocument) {
+  status_ = ZNE_ALERT_REREGISTER;
+  const TraceCapture worse(6);
+  EXPECT_EQ(Read(Document(Alert("c"))), ZN_OK);
+  EXPECT_THAT(worse.Messages(), Not(Contains("XML: Publication of alert c failed")));
+}
+
+TEST_F(AlertDocumentTest, DescribesNothingAboveTheLowestLevel) {
+  const TraceCapture trace(2);
+  ASSERT_EQ(Read(Document(Alert("a"))), ZN_OK);
+  EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
 TEST_F(AlertDocumentTest, WithoutItsRootFails) {

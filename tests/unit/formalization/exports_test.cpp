@@ -180,6 +180,17 @@ TEST(ChildNodes, AreCopiedIntoAFragment) {
   EXPECT_EQ(fragment->getChildNodes()->getLength(), 3u);
 }
 
+TEST(ChildNodes, OfAFragmentAreCopiedIntoItselfOnce) {
+  const Parsed document(Document(""));
+  xercesc::DOMDocumentFragment* fragment = document.Get()->createDocumentFragment();
+  fragment->appendChild(document.Get()->createElement(u"A"));
+  fragment->appendChild(document.Get()->createElement(u"B"));
+  EXPECT_EQ(getAllChildNodes(*fragment, DOMNode::ELEMENT_NODE, nullptr, fragment), ZN_OK);
+  EXPECT_EQ(fragment->getChildNodes()->getLength(), 4u);
+  EXPECT_EQ(getAllChildNodes(*fragment, DOMNode::ELEMENT_NODE, "B", fragment), ZN_OK);
+  EXPECT_EQ(fragment->getChildNodes()->getLength(), 6u);
+}
+
 TEST(ChildNodes, RefuseBadPointers) {
   const Parsed document(Document(""));
   DOMNode* node = nullptr;

@@ -277,6 +277,75 @@ TEST_F(HostileDocumentTest, MoreMemoryThanThereShallBeIsRefused) {
   EXPECT_THAT(parsed.faults.back().text, HasSubstr("too much memory"));
 }
 
+// Entities are dear enough to refuse before any of these ampersands has found where it ends.
+TEST_F(HostileDocumentTest, AnEntityOfAmpersandsIsRefused) {
+  EXPECT_THAT(
+      Refused(WithSubset("<!ENTITY a \"" + Repeated("&#38;", 150000) + "\">", TypeWithText("&a;"))),
+      HasSubstr("expand"));
+}
+
+// Each element would get a copy of it.
+TEST_F(HostileDocumentTest, ALongDefaultValueOfManyElementsIsRefused) {
+  std::string uses;
+  for (int i = 0; i < 9000; ++i) uses += "&a;";
+  std::string properties;
+  for (int i = 0; i < 200; ++i) {
+    properties += PropertyText("P" + std::to_string(i), "mira_string", "x");
+  }
+  EXPECT_THAT(Refused(WithSubset("<!ENTITY a \"" + std::string(1000, 'x') +
+                                     "\">\n<!ATTLIST PROPERTY Extra CDATA \"" + uses + "\">\n",
+                                 ObjectType("A", {}, properties))),
+              HasSubstr("too much memory"));
+}
+
+// --- good documents that ask for much work ----------------------------------------------------
+
+std::string NumberedType(size_t number) {
+  return "T" + std::to_string(number);
+}
+
+TEST_F(HostileDocumentTest, AChainOfThousandsOfTypesIsMade) {
+  constexpr size_t kLength = 3000;
+  std::string types = ObjectType(NumberedType(0));
+  for (size_t i = 1; i < kLength; ++i) {
+    types += ObjectType(NumberedType(i), NumberedType(i - 1),
+                        PropertyText("P" + std::to_string(i), "mira_uint32", ""));
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_EQ(ReadObjectTypesFromMemory(Handle(), Document(types).c_str(), nullptr), ZN_OK);
+  const BusLock lock;
+  const TypeObject* last = database_->Types().FindType(NumberedType(kLength - 1));
+  ASSERT_NE(last, nullptr);
+  EXPECT_TRUE(last->IsA(*database_->Types().FindType(NumberedType(0))));
+  // Written out, each type stands behind its supertype.
+  std::vector<std::string> written;
+  for (const PropertySet& form : database_->Types().DumpTypeGraph()) {
+    const std::string_view name = form.FindValue("TypeName", ZN_TYPE_STRING)->AsText();
+    if (name.front() == 'T') written.emplace_back(name);
+  }
+  ASSERT_EQ(written.size(), kLength);
+  for (size_t i = 0; i < kLength; ++i) ASSERT_EQ(written[i], NumberedType(i));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 3 * kSoon);
+}
+
+TEST_F(HostileDocumentTest, ATypeOfManySupertypesIsMade) {
+  constexpr size_t kCount = 3000;
+  std::string types;
+  std::string all;
+  for (size_t i = 0; i < kCount; ++i) {
+    types +=
+        ObjectType(NumberedType(i), {}, PropertyText("P" + std::to_string(i), "mira_bool", ""));
+    all += (i == 0 ? "" : ",") + NumberedType(i);
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_EQ(ReadObjectTypesFromMemory(Handle(), Document(types + ObjectType("All", all)).c_str(),
+                                      nullptr),
+            ZN_OK);
+  ASSERT_NE(Type("All"), nullptr);
+  EXPECT_EQ(Type("All")->Supertypes().size(), kCount);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 3 * kSoon);
+}
+
 struct EncodingCase {
   const char* why;
   std::string text;

@@ -203,6 +203,12 @@ TEST_F(TypeDocumentTest, DescribesEachTypeBeforeItMakesIt) {
   EXPECT_THAT(trace.Messages(), Contains(StartsWith("XML: The OBJECT_TYPE has properties")));
 }
 
+TEST_F(TypeDocumentTest, DescribesNothingAboveTheLowestLevel) {
+  const TraceCapture trace(2);
+  ASSERT_EQ(Read(Document(ObjectType("A") + ObjectType("B", "A"))), ZN_OK);
+  EXPECT_THAT(trace.Messages(), IsEmpty());
+}
+
 struct BadElement {
   const char* why;
   std::string content;
@@ -455,6 +461,19 @@ TEST(Dom, LetsNoExceptionOut) {
   xercesc::XMLPlatformUtils::Terminate();
 }
 
+// A body that cannot be copied for want of memory.
+struct DearBody {
+  DearBody() = default;
+  DearBody(const DearBody&) { throw std::bad_alloc(); }
+  DearBody& operator=(const DearBody&) = delete;
+  u32 operator()() const { return ZN_OK; }
+};
+
+TEST(Dom, DoesNotCopyWhatItRuns) {
+  const DearBody body;
+  EXPECT_EQ(GuardDom(body), ZN_OK);
+}
+
 // The graph lets no circle in, so that the order of a document never fails for one; whatever else
 // would make it fail has its words too.
 TEST(ObjectTypeOrder, HasWordsForItsFailures) {
@@ -465,6 +484,13 @@ TEST(ObjectTypeOrder, HasWordsForItsFailures) {
   EXPECT_THAT(trace.Messages(),
               ElementsAre("XML: OBJECT_TYPEs in xml source have circular dependencies",
                           "XML: Topological sorting of OBJECT_TYPEs failed"));
+}
+
+TEST(ObjectTypeOrder, TakesACircleForLessThanAnyOtherFailure) {
+  const TraceCapture worse(6);
+  TraceOrderFailure(ZNE_PROVIDER_REG_CIRCULAR);
+  TraceOrderFailure(ZNE_OUT_OF_MEMORY);
+  EXPECT_THAT(worse.Messages(), ElementsAre("XML: Topological sorting of OBJECT_TYPEs failed"));
 }
 
 }  // namespace

@@ -355,6 +355,31 @@ TEST_F(TypeObjectTest, InheritsInterfacesFromTheNearestAncestor) {
   EXPECT_EQ(all.size(), 2u);  // the one on both is listed once
 }
 
+TEST_F(TypeObjectTest, AChainBelowAForkEndsInAllThatIsAboveTheFork) {
+  PropertySet top;
+  top.Put("OfTop", Value::UInt32(0));
+  PropertySet middle;
+  middle.Put("OfMiddle", Value::UInt32(0));
+  PropertySet again = middle;
+  again.Put("OfTop", Value::UInt32(0));
+  TypeObject* left = MakeType("Left");
+  TypeObject* right = MakeType("Right", top);
+  TypeObject* fork = MakeType("Fork", {}, {"Left", "Right"});
+  TypeObject* below = MakeType("Below", middle, {"Fork"});
+  TypeObject* last = MakeType("Last", again, {"Below"});
+  TypeObject* other = MakeType("Other", {}, {"Left"});
+  for (const TypeObject* base : {Root(), left, right, fork, below, last}) {
+    EXPECT_TRUE(last->IsA(*base)) << base->Name().Text();
+  }
+  EXPECT_FALSE(last->IsA(*other));
+  EXPECT_FALSE(other->IsA(*right));
+  EXPECT_EQ(last->FormalizingType(PropertyName::Intern("OfTop")), right);
+  EXPECT_EQ(last->FormalizingType(PropertyName::Intern("OfMiddle")), below);
+  EXPECT_EQ(last->FormalizingType(PropertyName::Intern("State")), Root());
+  EXPECT_EQ(last->FormalizingType(PropertyName::Intern("Nowhere")), nullptr);
+  EXPECT_THAT(last->AncestorsFirst(), ElementsAre(Root(), left, right, fork, below, last));
+}
+
 // A generated schema may be deep: nothing recurses over it.
 TEST_F(TypeObjectTest, StandsAtTheEndOfALongChain) {
   std::string name = "KELD_Object";

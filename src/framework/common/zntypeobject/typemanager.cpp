@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <new>
-#include <set>
 
 #include "framework/common/zncore/database.h"
 #include "framework/common/znevent/topic.h"
 #include "framework/common/zntypeobject/typerules.h"
+#include "framework/common/zntypeobject/typewalk.h"
 #include "support/common/fastlock.h"
 #include "support/common/status.h"
 #include "support/common/trace.h"
@@ -98,10 +98,10 @@ bool TypeManager::TypeIsA(std::string_view type, std::string_view base) {
 
 u32 TypeManager::ResolveSupertypes(const std::vector<std::string>& names,
                                    std::vector<TypeObject*>* out) {
+  TypeSet seen;
   for (const std::string& name : names) {
     TypeObject* super = FindType(name);
-    if (super == nullptr) return ZNE_INVALID_ARGUMENTS;
-    if (std::find(out->begin(), out->end(), super) != out->end()) return ZNE_INVALID_ARGUMENTS;
+    if (super == nullptr || !seen.insert(super).second) return ZNE_INVALID_ARGUMENTS;
     out->push_back(super);
   }
   return ZN_OK;
@@ -202,16 +202,15 @@ u32 TypeManager::ReplaceInterfaces(const GUID& id, const PropertySet& change) {
 }
 
 std::vector<PropertySet> TypeManager::DumpTypeGraph() const {
-  std::vector<PropertySet> forms;
-  std::set<const TypeObject*> dumped;
-  const auto dump = [&](const TypeObject& type) {
-    for (const TypeObject* ancestor : type.AncestorsFirst()) {
-      if (dumped.insert(ancestor).second) forms.push_back(ancestor->GetProperties());
-    }
-  };
+  TypeSet done;
+  std::vector<TypeObject*> order;
   const auto typeType = types_.find(kTypeTypeName);
-  if (typeType != types_.end()) dump(*typeType->second);
-  for (const auto& [name, type] : types_) dump(*type);
+  if (typeType != types_.end()) AppendAncestorsFirst(*typeType->second, &done, &order);
+  for (const auto& [name, type] : types_) AppendAncestorsFirst(*type, &done, &order);
+
+  std::vector<PropertySet> forms;
+  forms.reserve(order.size());
+  for (const TypeObject* type : order) forms.push_back(type->GetProperties());
   return forms;
 }
 

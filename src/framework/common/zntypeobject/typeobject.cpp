@@ -7,6 +7,7 @@
 
 #include "framework/common/zncore/database.h"
 #include "framework/common/znevent/topic.h"
+#include "framework/common/zntypeobject/typewalk.h"
 #include "support/common/fastlock.h"
 #include "support/common/status.h"
 
@@ -22,6 +23,28 @@ bool Contains(const std::vector<T*>& items, const T* item) noexcept {
 constexpr u32 kTypeEventFlags = EVENT_LOCAL | EVENT_REMOTE;
 
 }  // namespace
+
+// Depth first with a path of its own: a chain of supertypes may be longer than the stack is deep.
+void AppendAncestorsFirst(const TypeObject& type, TypeSet* done, std::vector<TypeObject*>* out) {
+  struct Step {
+    const TypeObject* type;
+    size_t next;  // supertype to visit next
+  };
+  if (done->contains(&type)) return;
+  std::vector<Step> path{{&type, 0}};
+  while (!path.empty()) {
+    Step& step = path.back();
+    const std::vector<TypeObject*>& supertypes = step.type->Supertypes();
+    if (step.next == supertypes.size()) {
+      done->insert(step.type);
+      out->push_back(const_cast<TypeObject*>(step.type));
+      path.pop_back();
+      continue;
+    }
+    const TypeObject* super = supertypes[step.next++];
+    if (!done->contains(super)) path.push_back({super, 0});
+  }
+}
 
 void InstanceList::Add(DBNode* node) {
   slots_.push_back(node);
@@ -81,10 +104,11 @@ const TypeObject::Lineage& TypeObject::GetLineage() const {
 
 void TypeObject::BuildLineage() const {
   Lineage fresh;
+  TypeSet seen{this};
   fresh.nearestFirst.push_back(const_cast<TypeObject*>(this));
   for (size_t i = 0; i < fresh.nearestFirst.size(); ++i) {
     for (TypeObject* super : fresh.nearestFirst[i]->supertypes_) {
-      if (!Contains(fresh.nearestFirst, super)) fresh.nearestFirst.push_back(super);
+      if (seen.insert(super).second) fresh.nearestFirst.push_back(super);
     }
   }
   fresh.ancestorsFirst = WalkAncestorsFirst();
@@ -97,24 +121,10 @@ void TypeObject::BuildLineage() const {
   lineage_ = std::move(fresh);
 }
 
-// Depth first with a path of its own: a chain of supertypes may be longer than the stack is deep.
 std::vector<TypeObject*> TypeObject::WalkAncestorsFirst() const {
-  struct Step {
-    const TypeObject* type;
-    size_t next;  // supertype to visit next
-  };
+  TypeSet done;
   std::vector<TypeObject*> order;
-  std::vector<Step> path{{this, 0}};
-  while (!path.empty()) {
-    Step& step = path.back();
-    if (step.next == step.type->supertypes_.size()) {
-      order.push_back(const_cast<TypeObject*>(step.type));
-      path.pop_back();
-      continue;
-    }
-    const TypeObject* super = step.type->supertypes_[step.next++];
-    if (!Contains(order, super)) path.push_back({super, 0});
-  }
+  AppendAncestorsFirst(*this, &done, &order);
   return order;
 }
 
@@ -129,7 +139,7 @@ const std::vector<TypeObject*>& TypeObject::Descendants() const {
 
 std::vector<TypeObject*> TypeObject::WalkDescendants() const {
   std::vector<TypeObject*> order;
-  std::unordered_set<const TypeObject*> seen;
+  TypeSet seen;
   std::vector<TypeObject*> open{const_cast<TypeObject*>(this)};
   while (!open.empty()) {
     TypeObject* type = open.back();
@@ -141,15 +151,29 @@ std::vector<TypeObject*> TypeObject::WalkDescendants() const {
   return order;
 }
 
+// Supertypes mostly form a chain. It is climbed as it stands: the creation of a type asks for this,
+// and lists kept for each type of a chain would take its length squared.
 bool TypeObject::IsA(const TypeObject& base) const {
-  return Contains(GetLineage().nearestFirst, &base);
+  const TypeObject* type = this;
+  while (type != &base && type->supertypes_.size() == 1) type = type->supertypes_.front();
+  if (type == &base) return true;
+  return !type->supertypes_.empty() && Contains(type->GetLineage().nearestFirst, &base);
 }
 
+// The types of the chain come behind all that stand where it forks.
 TypeObject* TypeObject::FormalizingType(PropertyName name) {
-  for (TypeObject* type : GetLineage().ancestorsFirst) {
-    if (type->Properties().Find(name) != nullptr) return type;
+  const auto declares = [name](const TypeObject* type) {
+    return type->Properties().Find(name) != nullptr;
+  };
+  TypeObject* highest = nullptr;
+  TypeObject* type = this;
+  for (; type->supertypes_.size() == 1; type = type->supertypes_.front()) {
+    if (declares(type)) highest = type;
   }
-  return nullptr;
+  if (type->supertypes_.empty()) return declares(type) ? type : highest;
+  const std::vector<TypeObject*>& ancestors = type->GetLineage().ancestorsFirst;
+  const auto found = std::find_if(ancestors.begin(), ancestors.end(), declares);
+  return found == ancestors.end() ? highest : *found;
 }
 
 // Most types have one supertype, and the way up is a chain. Where it forks, each type is asked

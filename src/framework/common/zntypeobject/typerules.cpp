@@ -35,20 +35,15 @@ std::vector<DeclarationTable> TablesOf(const std::vector<TypeObject*>& types) {
   return tables;
 }
 
-// Whether the two agree, in the sense of `same`, on every name that both have.
+// Whether every two of them agree, in the sense of `same`, on every name that both have. To agree
+// is to be equal in something, so it is enough that each agrees with the first that has the name.
 template <typename Same>
-bool Agree(const DeclarationTable& a, const DeclarationTable& b, Same&& same) {
-  return std::all_of(a.begin(), a.end(), [&](const auto& entry) {
-    const auto other = b.find(entry.first);
-    return other == b.end() || same(entry.second, other->second);
-  });
-}
-
-template <typename Same>
-bool AllPairsAgree(const std::vector<DeclarationTable>& tables, Same&& same) {
-  for (size_t i = 0; i < tables.size(); ++i) {
-    for (size_t j = i + 1; j < tables.size(); ++j) {
-      if (!Agree(tables[i], tables[j], same)) return false;
+bool AllAgree(const std::vector<DeclarationTable>& tables, Same&& same) {
+  DeclarationTable firsts;
+  for (const DeclarationTable& table : tables) {
+    for (const auto& entry : table) {
+      const auto [first, isNew] = firsts.insert(entry);
+      if (!isNew && !same(first->second, entry.second)) return false;
     }
   }
   return true;
@@ -81,22 +76,24 @@ u32 CheckIndexable(const PropertySet& properties) noexcept {
 }
 
 u32 CheckInheritedTags(const PropertySet& properties, const std::vector<TypeObject*>& supertypes) {
-  const std::vector<DeclarationTable> tables = TablesOf(supertypes);
-  for (const DeclarationTable& table : tables) {
+  for (TypeObject* super : supertypes) {
     for (const Property& property : properties) {
-      const auto inherited = table.find(property.Key());
-      if (inherited != table.end() && inherited->second.tag != property.TypeTag()) {
+      const TypeObject* owner = super->FormalizingType(property.Key());
+      if (owner == nullptr) continue;
+      if (owner->Properties().Find(property.Key())->TypeTag() != property.TypeTag()) {
         return ZNE_INHERITANCE_INVALID;
       }
     }
   }
+  if (supertypes.size() < 2) return ZN_OK;
   const auto sameTag = [](const Declaration& a, const Declaration& b) { return a.tag == b.tag; };
-  return AllPairsAgree(tables, sameTag) ? ZN_OK : ZNE_INHERITANCE_INVALID;
+  return AllAgree(TablesOf(supertypes), sameTag) ? ZN_OK : ZNE_INHERITANCE_INVALID;
 }
 
 u32 CheckDiamonds(const std::vector<TypeObject*>& supertypes) {
+  if (supertypes.size() < 2) return ZN_OK;
   const auto sameType = [](const Declaration& a, const Declaration& b) { return a.type == b.type; };
-  return AllPairsAgree(TablesOf(supertypes), sameType) ? ZN_OK : ZNE_INHERITANCE_INVALID;
+  return AllAgree(TablesOf(supertypes), sameType) ? ZN_OK : ZNE_INHERITANCE_INVALID;
 }
 
 }  // namespace zn

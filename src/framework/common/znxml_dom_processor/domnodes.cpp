@@ -1,6 +1,9 @@
 // Children, texts and places: see the header.
 #include "framework/common/znxml_dom_processor/domnodes.h"
 
+#include <new>
+#include <vector>
+
 #include <xercesc/util/OutOfMemoryException.hpp>
 
 #include "support/common/text.h"
@@ -31,7 +34,7 @@ DOMNode* NextFitting(DOMNode* node, short nodeType, const std::u16string* name) 
 
 }  // namespace
 
-u32 GuardDom(const std::function<u32()>& body) noexcept {
+u32 RunGuarded(const std::function<u32()>& body) noexcept {
   try {
     return body();
   } catch (const std::bad_alloc&) {
@@ -79,13 +82,16 @@ u32 CopyChildren(const DOMNode& parent, short nodeType, const char* name,
                  xercesc::DOMDocumentFragment* out) {
   const std::u16string wanted = name == nullptr ? std::u16string() : ToWide(name);
   const std::u16string* filter = name == nullptr ? nullptr : &wanted;
-  bool found = false;
+  // Chosen before the first copy: with the parent's own fragment each copy would be one more child.
+  std::vector<DOMNode*> chosen;
   for (DOMNode* node = NextFitting(parent.getFirstChild(), nodeType, filter); node != nullptr;
        node = NextFitting(node->getNextSibling(), nodeType, filter)) {
-    out->appendChild(out->getOwnerDocument()->importNode(node, true));
-    found = true;
+    chosen.push_back(node);
   }
-  return found ? ZN_OK : ZNE_OBJECT_NOT_FOUND;
+  for (const DOMNode* node : chosen) {
+    out->appendChild(out->getOwnerDocument()->importNode(node, true));
+  }
+  return chosen.empty() ? ZNE_OBJECT_NOT_FOUND : ZN_OK;
 }
 
 bool IsNamed(const DOMNode& node, const char* name) {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <functional>
-#include <new>
 #include <string>
 #include <string_view>
 
@@ -17,7 +16,12 @@ namespace zn {
 inline constexpr char kRootElement[] = "MIRA_FORMALIZATION";
 
 // Runs a body that touches the DOM: no exception leaves it. ZNE_OUT_OF_MEMORY, ZNE_UNEXPECTED.
-[[nodiscard]] u32 GuardDom(const std::function<u32()>& body) noexcept;
+[[nodiscard]] u32 RunGuarded(const std::function<u32()>& body) noexcept;
+// The body is referred to, not copied: a copy could throw before the guard is up.
+template <typename Body>
+[[nodiscard]] u32 GuardDom(Body&& body) noexcept {
+  return RunGuarded(std::ref(body));
+}
 
 // The first child of that type, and of that name unless it is null; null when there is none.
 [[nodiscard]] xercesc::DOMNode* FindChild(const xercesc::DOMNode& parent, short nodeType,
@@ -30,7 +34,8 @@ inline constexpr char kRootElement[] = "MIRA_FORMALIZATION";
 // What it means that a required element was looked for with that result, traced:
 // ZNE_XML_SOURCE_INVALID when there is none, any other failure as it is.
 [[nodiscard]] u32 TellRequired(u32 found, const char* element);
-// Copies all such children into the fragment. ZNE_OBJECT_NOT_FOUND when there is none.
+// Copies all such children into the fragment, which may be the parent itself. ZNE_OBJECT_NOT_FOUND
+// when there is none.
 [[nodiscard]] u32 CopyChildren(const xercesc::DOMNode& parent, short nodeType, const char* name,
                                xercesc::DOMDocumentFragment* out);
 
