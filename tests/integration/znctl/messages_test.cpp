@@ -176,6 +176,11 @@ TEST_F(ConsoleMessages, SaysWhatIsNotThere) {
       {{"messages", "kettle", "--locale", "xx"}, 2, "there is no locale"},
       {{"messages", "--locale", "xx"}, 2, "there is no locale"},
       {{"alerts", "--locale", "0"}, 2, "there is no locale"},
+      {{"alerts", "--follow", "--count", "0"}, 2, "--count: give 1 or more"},
+      {{"alerts", "--follow", "--for", "nan"}, 2, "--for: give a number of seconds, 0 or more"},
+      {{"watch", "--for", "1e300"}, 2, "--for: give a number of seconds, 0 or more"},
+      {{"watch", "--count", "0"}, 2, "--count: give 1 or more"},
+      {{"tree", "--depth", "0"}, 2, "--depth: give 1 or more"},
   };
   for (const Case& c : cases) {
     const Finished finished = Run(c.arguments);
