@@ -10,7 +10,7 @@ namespace zn::ctl {
 inline CLI::Validator AtLeastOne() {
   return CLI::Validator(
       [](std::string& text) {
-        const bool isZero = text.find_first_not_of('0') == std::string::npos;
+        const bool isZero = std::strtoull(text.c_str(), nullptr, 0) == 0;  // or no number at all
         return isZero ? std::string("give 1 or more") : std::string();
       },
       "");
