@@ -2,6 +2,8 @@
 #include "catalogs.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <set>
@@ -111,14 +113,20 @@ std::vector<Catalog> ChooseCatalogs(const std::vector<Catalog>& all, const std::
   return chosen;
 }
 
-bool ReadNumbers(const std::string& file, std::vector<u32>* out) {
+bool ReadNumbers(std::string file, std::vector<u32>* out) {
+  std::replace(file.begin(), file.end(), '\\', '/');
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) return false;  // a pipe would wait for ever
   std::ifstream in(file);
   if (!in) return false;
   std::set<u32> seen;
   for (std::string line; std::getline(in, line);) {
     const size_t first = line.find_first_not_of(" \t\v\f\r");
     if (first == std::string::npos || line[first] == '#') continue;
-    // The texts themselves are asked of the bus; here the numbers are enough.
+    // The texts themselves are asked of the bus; here the numbers are enough. A line without "="
+    // counts as message 0.
+    const size_t equals = line.find('=');
+    line.resize(equals == std::string::npos ? 0 : equals);
     const u32 number = static_cast<u32>(std::strtoul(line.c_str(), nullptr, 16));
     if (seen.insert(number).second) out->push_back(number);
   }

@@ -25,8 +25,8 @@ std::vector<Catalog> ReadCatalogs(const Database& bus);
 std::vector<Catalog> ChooseCatalogs(const std::vector<Catalog>& all, const std::string& text);
 
 // The numbers of the messages in a catalog's file, each once, in the order of the file. False when
-// it cannot be read here.
-bool ReadNumbers(const std::string& file, std::vector<u32>* out);
+// it cannot be read here. The path is as in the settings: "\" separates as "/" does.
+bool ReadNumbers(std::string file, std::vector<u32>* out);
 
 Json JsonOfCatalog(const Catalog& catalog);
 

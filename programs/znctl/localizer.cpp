@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include "failure.h"
 #include "language.h"
 #include "text.h"
 #include "zn/i18n.h"
@@ -58,30 +59,41 @@ std::string ExpandName(const Message& message) {
   return out;
 }
 
-u32 Localizer::Look(const Message& message, u32 locale, std::string* text) const {
+u32 Localizer::Look(const Message& message, Form form, u32 locale, std::string* text) const {
   ZnWChar* out = nullptr;
-  u32 status = ZN_OK;
-  std::string name = message.name;
-  if (message.insertions.empty()) {
-    const I18nString record{message.catalog.guid, message.number, name.data()};
-    status = i18nGetLocalizedStringFromi18n(bus_.Handle(), record, locale, nullptr, 0, &out);
-  } else {
-    const Propset insertions(message.insertions);
-    const I18nFormatString record{message.catalog.guid, message.number, name.data(),
-                                  insertions.Handle()};
-    status = ZnMakeLocalizedFormattedString(bus_.Handle(), record, locale, nullptr, 0, &out);
-  }
+  const u32 status = Ask(message, form, locale, &out);
   if (ZN_FAILED(status)) return status;
+  if (out == nullptr) return ZNE_UNEXPECTED;  // a warning, which is no failure and brings no text
   const Block<ZnWChar> owner(out);
   *text = ToUtf8(out);
   return ZN_OK;
 }
 
+u32 Localizer::Ask(const Message& message, Form form, u32 locale, ZnWChar** out) const {
+  std::string name = message.name;
+  if (form == Form::kAsItStands) {
+    const I18nString record{message.catalog.guid, message.number, name.data()};
+    return i18nGetLocalizedStringFromi18n(bus_.Handle(), record, locale, nullptr, 0, out);
+  }
+  try {
+    const Propset insertions(message.insertions);
+    const I18nFormatString record{message.catalog.guid, message.number, name.data(),
+                                  insertions.Handle()};
+    return ZnMakeLocalizedFormattedString(bus_.Handle(), record, locale, nullptr, 0, out);
+  } catch (const Failure& failure) {
+    return failure.status;  // anybody may raise insertions that the bus does not take back
+  }
+}
+
 std::optional<std::string> Localizer::Find(const Message& message, u32* status) const {
+  return FindIn(Form::kAsItStands, message, status);
+}
+
+std::optional<std::string> Localizer::FindIn(Form form, const Message& message, u32* status) const {
   std::string text;
-  u32 result = Look(message, locale_, &text);
+  u32 result = Look(message, form, locale_, &text);
   if (ZN_FAILED(result) && HomeLocale(locale_) != locale_ &&
-      !ZN_FAILED(Look(message, HomeLocale(locale_), &text))) {
+      !ZN_FAILED(Look(message, form, HomeLocale(locale_), &text))) {
     result = ZN_OK;
   }
   if (status != nullptr) *status = result;
@@ -89,17 +101,16 @@ std::optional<std::string> Localizer::Find(const Message& message, u32* status) 
   return text;
 }
 
-std::string Localizer::Text(const Message& message) const {
-  return Find(message).value_or(ExpandName(message));
-}
-
 std::string Localizer::Text(const Property* property) const {
   if (property == nullptr) return {};
   const auto* message = std::get_if<Message>(&property->value.data);
   if (message == nullptr) return {};
-  const bool isFormat = property->value.type == ZN_TYPE_I18N_FORMAT_STRING;
-  // A published text is shown as it stands, with its places.
-  return isFormat ? Text(*message) : Find(*message).value_or(message->name);
+  // A published text is shown as it stands, with its places. One that is raised is a template even
+  // without insertions: its "%%" is a percent sign.
+  if (property->value.type != ZN_TYPE_I18N_FORMAT_STRING) {
+    return Find(*message).value_or(message->name);
+  }
+  return FindIn(Form::kExpanded, *message, nullptr).value_or(ExpandName(*message));
 }
 
 }  // namespace zn::ctl

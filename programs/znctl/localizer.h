@@ -17,12 +17,15 @@ class Localizer {
   u32 Locale() const { return locale_; }
   // What is in the catalog, without the fallback to the name; `status` tells why there is nothing.
   std::optional<std::string> Find(const Message& message, u32* status = nullptr) const;
-  std::string Text(const Message& message) const;
   // The text of a message or format string; empty for any other value and for none.
   std::string Text(const Property* property) const;
 
  private:
-  u32 Look(const Message& message, u32 locale, std::string* text) const;
+  enum class Form { kAsItStands, kExpanded };
+
+  std::optional<std::string> FindIn(Form form, const Message& message, u32* status) const;
+  u32 Look(const Message& message, Form form, u32 locale, std::string* text) const;
+  u32 Ask(const Message& message, Form form, u32 locale, ZnWChar** out) const;
 
   const Database& bus_;
   u32 locale_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "alerts.h"
+#include "checks.h"
 #include "console.h"
 #include "failure.h"
 #include "language.h"
@@ -155,10 +156,10 @@ void AddAlertVerbs(CLI::App& app, Command* command) {
       verb->add_flag("--follow", arguments->follow, "Show alerts as they are raised");
   verb->add_option("-f,--for", arguments->seconds, "End after so many seconds")
       ->type_name("SECONDS")
-      ->check(CLI::NonNegativeNumber)
+      ->check(ANumberOfSeconds())
       ->needs(follow);
   verb->add_option("-n,--count", arguments->count, "End after so many alerts")
-      ->check(CLI::PositiveNumber)
+      ->check(AtLeastOne())
       ->needs(follow);
   verb->footer(kAlertHelp);
   verb->callback([=] {

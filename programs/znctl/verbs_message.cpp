@@ -120,7 +120,8 @@ int ShowCatalog(Console& console, const Catalog& catalog, const Localizer& messa
   }
   std::vector<MessageRow> rows;
   for (const u32 number : numbers) {
-    rows.push_back({number, messages.Find({catalog.id, number, {}, {}}).value_or("")});
+    const std::optional<std::string> text = messages.Find({catalog.id, number, {}, {}});
+    if (text) rows.push_back({number, *text});
   }
   if (console.json) {
     WriteOut(JsonPretty(JsonOfRows(catalog, rows)));

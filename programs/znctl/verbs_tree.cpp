@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "checks.h"
 #include "console.h"
 #include "failure.h"
 #include "json_form.h"
@@ -155,8 +156,7 @@ void AddTreeVerbs(CLI::App& app, Command* command) {
     auto arguments = std::make_shared<TreeArguments>();
     CLI::App* verb = app.add_subcommand("tree", "Show the objects as a tree");
     verb->add_option("object", arguments->object, "Start here; without it, everything");
-    verb->add_option("-d,--depth", arguments->depth, "Show so many levels")
-        ->check(CLI::PositiveNumber);
+    verb->add_option("-d,--depth", arguments->depth, "Show so many levels")->check(AtLeastOne());
     verb->add_flag("-a,--all", arguments->all, "Hidden objects too");
     verb->add_flag("--ids", arguments->ids, "Whole ids instead of short ones");
     verb->footer(

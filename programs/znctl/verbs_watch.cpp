@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "checks.h"
 #include "console.h"
 #include "failure.h"
 #include "inbox.h"
@@ -152,9 +153,8 @@ void AddWatchVerbs(CLI::App& app, Command* command) {
   CLI::Option* pattern = verb->add_option("pattern", arguments->pattern, "Topics to show");
   verb->add_option("-f,--for", arguments->seconds, "End after so many seconds")
       ->type_name("SECONDS")
-      ->check(CLI::NonNegativeNumber);
-  verb->add_option("-n,--count", arguments->count, "End after so many events")
-      ->check(CLI::PositiveNumber);
+      ->check(ANumberOfSeconds());
+  verb->add_option("-n,--count", arguments->count, "End after so many events")->check(AtLeastOne());
   verb->add_option("-t,--type", arguments->type, "Only objects of this type")->excludes(pattern);
   verb->add_option("-o,--object", arguments->object, "Only this object");
   verb->add_flag("--topics", arguments->topics, "Whole topics instead of the kind of change");

@@ -34,7 +34,7 @@ constexpr AlertRow kRows[] = {
      "event.alert.hostinv.filesystem.normal",
      kMild,
      {0x1011, "The file system %1 has space again: %2 percent are used."},
-     {0x1012, "File system has space again"},
+     {0x1012, "File system has space"},
      kStorage,
      {0x1014, "The space used on a file system is well below the limit again."},
      kNothing,

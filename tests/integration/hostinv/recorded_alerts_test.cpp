@@ -91,6 +91,12 @@ TEST_F(RecordedAlerts, ArePublishedWithTheDefaultTextsOfTheEnglishCatalog) {
             << record.name;
         EXPECT_EQ(FromUtf16(english), record.name);
         EXPECT_NE(FromUtf16(german), record.name);
+        if (name == std::string_view("FriendlyAlertName")) {
+          // Whole beside severity and topic, in a line of 80 columns.
+          for (const char16_t* text : {english, german}) {
+            EXPECT_LE(std::char_traits<char16_t>::length(text), 25U) << FromUtf16(text);
+          }
+        }
         ZnFree(english);
         ZnFree(german);
       }

@@ -68,7 +68,7 @@ TEST_F(ConsoleMessages, ShowsOneAlertInFull) {
       Run({"alerts", "event.alert.example.kettle.boils", "--locale", "de-AT"});
   EXPECT_EQ(finished.code, 0) << finished.err;
   for (const char* text : {"4 information", "Bei %2 Grad kocht der Wasserkocher (Ort: %1).",
-                           "Machen Sie Tee.", "kettle"}) {
+                           "Kochen Sie Tee.", "kettle"}) {
     EXPECT_THAT(finished.out, HasSubstr(text));
   }
   const Finished unknown = Run({"alerts", "event.alert.nobody"});
@@ -87,7 +87,7 @@ TEST_F(ConsoleMessages, AlertsHaveAStableJson) {
   EXPECT_EQ(keys, (std::vector<std::string>{"topic", "severity", "flag", "friendlyName", "message",
                                             "classification", "description", "recommendedAction",
                                             "provider", "userProperties", "object"}));
-  EXPECT_EQ(json["alerts"][0]["recommendedAction"], "Machen Sie Tee.");
+  EXPECT_EQ(json["alerts"][0]["recommendedAction"], "Kochen Sie Tee.");
 }
 
 TEST_F(ConsoleMessages, FollowsRaisedAlertsInGerman) {
@@ -95,7 +95,7 @@ TEST_F(ConsoleMessages, FollowsRaisedAlertsInGerman) {
   EXPECT_EQ(finished.code, 0) << finished.err;
   EXPECT_THAT(finished.out, HasSubstr("4 information  Der Wasserkocher kocht"));
   EXPECT_THAT(finished.out, HasSubstr("Bei 100 Grad kocht der Wasserkocher (Ort: kitchen)."));
-  EXPECT_THAT(finished.out, HasSubstr("Machen Sie Tee."));
+  EXPECT_THAT(finished.out, HasSubstr("Kochen Sie Tee."));
   EXPECT_THAT(finished.out, HasSubstr("event.alert.example.kettle.boils  by kettle"));
 }
 
@@ -147,7 +147,7 @@ TEST_F(ConsoleMessages, ListsTheCatalogs) {
 TEST_F(ConsoleMessages, ShowsTheTextsOfACatalog) {
   const Finished german = Run({"messages", "kettle", "--locale", "de"});
   EXPECT_EQ(german.code, 0) << german.err;
-  EXPECT_THAT(german.out, HasSubstr("0x00000004  Machen Sie Tee."));
+  EXPECT_THAT(german.out, HasSubstr("0x00000004  Kochen Sie Tee."));
   const Finished byId = Run({"messages", "{8bcc2df0", "--locale", "en"});
   EXPECT_THAT(byId.out, HasSubstr("0x41220001  Server started successfully."));
   const Json json = JsonOf({"messages", "kettle", "--locale", "en"});
@@ -176,6 +176,11 @@ TEST_F(ConsoleMessages, SaysWhatIsNotThere) {
       {{"messages", "kettle", "--locale", "xx"}, 2, "there is no locale"},
       {{"messages", "--locale", "xx"}, 2, "there is no locale"},
       {{"alerts", "--locale", "0"}, 2, "there is no locale"},
+      {{"alerts", "--follow", "--count", "0"}, 2, "--count: give 1 or more"},
+      {{"alerts", "--follow", "--for", "nan"}, 2, "--for: give a number of seconds, 0 or more"},
+      {{"watch", "--for", "1e300"}, 2, "--for: give a number of seconds, 0 or more"},
+      {{"watch", "--count", "0"}, 2, "--count: give 1 or more"},
+      {{"tree", "--depth", "0"}, 2, "--depth: give 1 or more"},
   };
   for (const Case& c : cases) {
     const Finished finished = Run(c.arguments);

@@ -171,6 +171,17 @@ TEST_F(ExtensionTest, AKeyThatCannotBeOpenedEndsTheWalk) {
   EXPECT_TRUE(Objects().empty());
 }
 
+TEST_F(ExtensionTest, AFailedCreationIsTheResult) {
+  settings_.Write("[ClientExtensions]\n[MessageCatalogs.b.s.1.1]\n" + Image());
+  const BusLock lock;
+  Provider& system = *database_->FindProviderByName(u"system");
+  Database bare(0, {});  // without the type
+  DBNode* node = nullptr;
+  const u32 status = bare.CreateDBNode(&system, "KELD_Extension", 0, &node, nullptr);
+  EXPECT_TRUE(ZN_FAILED(status));
+  EXPECT_EQ(CreateExtensionObjects(bare, system), status);
+}
+
 TEST_F(ExtensionTest, ANameThatIsNoNumberIsZero) {
   EXPECT_EQ(CreateFrom("[MessageCatalogs.b.s.x.english]\n" + Image()), ZN_OK);
   EXPECT_EQ(NumberOf(Objects().at("file"), "Platform"), 0u);

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <regex>
 #include <set>
 #include <string>
 
@@ -96,12 +98,35 @@ TEST(ShippedCatalogs, AreReadByTheLibraryAsTheyStand) {
 
 TEST(ShippedCatalogs, TheBusHasATextForEveryMessageOfItsTable) {
   const auto english = ReadCatalog(PathOf(kShipped[0], ".en.txt"));
-  ASSERT_EQ(english.size(), kStatusRowCount);
   for (u32 i = 0; i < kStatusRowCount; ++i) {
     const StatusRow& row = StatusRows()[i];
     ASSERT_EQ(english.count(row.code), 1u) << row.text;
     EXPECT_EQ(PlacesOf(english.at(row.code)), PlacesOf(row.text));
   }
+}
+
+// What a document of the service declares: each text with its number in the catalog of the bus.
+std::map<u32, std::string> DeclaredTexts() {
+  std::ifstream file(fs::path(ZN_SOURCE_DIR) / "schemas/znsvc_alerts.xml");
+  const std::string document((std::istreambuf_iterator<char>(file)), {});
+  const std::regex text(R"(>([^<;]*);(\d+);'([^']*)'<)");
+  std::map<u32, std::string> texts;
+  for (std::sregex_iterator at(document.begin(), document.end(), text), end; at != end; ++at) {
+    EXPECT_EQ((*at)[1], "{8BCC2DF0-62CF-11D4-80C5-00C04FBCEFDD}");
+    texts[static_cast<u32>(std::stoul((*at)[2]))] = (*at)[3];
+  }
+  return texts;
+}
+
+TEST(ShippedCatalogs, TheBusHasATextForEveryAlertOfTheServicesDocument) {
+  const auto english = ReadCatalog(PathOf(kShipped[0], ".en.txt"));
+  const auto declared = DeclaredTexts();
+  EXPECT_EQ(declared.size(), 5u);
+  for (const auto& [number, text] : declared) {
+    ASSERT_EQ(english.count(number), 1u) << text;
+    EXPECT_EQ(english.at(number), text);
+  }
+  EXPECT_EQ(english.size(), kStatusRowCount + declared.size()) << "and nothing else";
 }
 
 TEST(ShippedCatalogs, NoneIsForgottenHere) {

@@ -1,6 +1,4 @@
 // The two alerts of the library itself. Their texts are rows of the table of messages.
-#include <iterator>
-
 #include "framework/common/znalert/alert.h"
 #include "support/common/status.h"
 

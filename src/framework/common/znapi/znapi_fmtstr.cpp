@@ -31,7 +31,7 @@ namespace {
   return true;
 }
 
-[[nodiscard]] u32 CopyInsertions(ZnHandle from, ZnHandle* out) noexcept {
+[[nodiscard]] u32 CopyInsertions(ZnHandle from, ZnHandle* out) {
   if (from == nullptr) {
     *out = nullptr;
     return ZN_OK;

@@ -51,6 +51,7 @@ class ExtensionWalk {
   Provider& provider_;
   std::u16string names_[kLevelCount];
   u32 status_ = ZN_OK;
+  bool isStopped_ = false;  // apart from the status: a failed creation may have any
 };
 
 u32 ExtensionWalk::Run(const std::u16string& root) {
@@ -63,14 +64,17 @@ u32 ExtensionWalk::Run(const std::u16string& root) {
 // A name that is too long ends its level alone, a key that cannot be opened the whole walk.
 void ExtensionWalk::WalkLevel(const SettingsKey& key, const std::u16string& path, size_t level,
                               const PropertySet& inherited) {
-  for (u32 index = 0; status_ != ZNE_UNEXPECTED; ++index) {
+  for (u32 index = 0; !isStopped_; ++index) {
     const u32 end = SubkeyName(key, index, kMaxNames[level], &names_[level]);
     if (end == ZNE_NO_MORE_PROPERTIES) return;
     if (ZN_FAILED(end)) {
       status_ = end;
       return;
     }
-    if (!Enter(path + u'\\' + names_[level], level, inherited)) status_ = ZNE_UNEXPECTED;
+    if (!Enter(path + u'\\' + names_[level], level, inherited)) {
+      status_ = ZNE_UNEXPECTED;
+      isStopped_ = true;
+    }
   }
 }
 
