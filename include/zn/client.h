@@ -3,8 +3,8 @@
  * ClStartup comes first and ClShutdown last; they count. ClCreateDatabaseEx connects, logs on and
  * hands out a client copy of the server's database: a database handle for the Ob*, Db*, Type*, Pr*
  * and Ev* calls, which fills itself on demand and follows the server's changes. What is written to
- * a copy stays in the copy; a server is changed through PrCallDispatch alone. While a call waits for
- * its server, other threads may go on.
+ * a copy stays in the copy; a server is changed through PrCallDispatch alone. While a call waits
+ * for its server, other threads may go on.
  *
  * A session is over when its connection is lost: its calls then answer ZNE_INVALID_ARGUMENTS, what
  * the copy holds can still be read, and the application deletes it and makes another. Nothing

@@ -10,7 +10,7 @@
 
 struct ZnHandleRecord {
   std::atomic<u32> tag;
-  std::atomic<u32> state;  // of a client session's record; unused in others
+  std::atomic<u32> state;    // of a client session's record; unused in others
   std::atomic<void*> thing;  // atomic because a call with a stale handle may read it at any time
 };
 

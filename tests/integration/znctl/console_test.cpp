@@ -433,8 +433,10 @@ TEST_F(Console, AsksForLocalWhereNoServerIsNamed) {
   run.local = false;
   const Finished finished = place_.Do(run);
   EXPECT_EQ(finished.code, 2);
-  EXPECT_EQ(finished.err,
-            "znctl: no bus to work on: --local runs it in this process, with its providers\n");
+  EXPECT_EQ(
+      finished.err,
+      "znctl: no bus to work on: -H HOST is that of a server, --local runs one in this process, "
+      "with its providers\n");
 }
 
 TEST_F(Console, KeepsSettings) {

@@ -170,11 +170,6 @@ TEST(DocumentCheck, LooksAtTheFirstPieceOfATextAlone) {
       ElementsAre(Warning(4, "value", "read as nothing")));
 }
 
-TEST(DocumentCheck, TellsADocumentThatIsTooLargeToCheck) {
-  const DocumentReport report = CheckValue("mira_string", std::string(size_t{45} << 20, 'x'));
-  EXPECT_THAT(report.faults, testing::Contains(Error(2, "memory", "too much memory")));
-}
-
 TEST(DocumentCheck, LooksIntoNestedSets) {
   EXPECT_THAT(
       CheckValue("mira_propset", "<PROPSET>\n" + Number("1p") + "</PROPSET>", "Array=\"Y\"").faults,

@@ -22,8 +22,8 @@ inline constexpr const char* kServerShutdownAlert = "event.alert.keld.server.shu
 // Makes the type of alerts where the database has none; traced.
 [[nodiscard]] u32 FormalizeAlertType(Database& database);
 
-// On a client copy: fetches the alerts, once. The lock may be given up for that, so this comes before
-// anything is looked up.
+// On a client copy: fetches the alerts, once. The lock may be given up for that, so this comes
+// before anything is looked up.
 void FetchAlerts(Database& database);
 // The alert of exactly that topic, of what is here, or null.
 [[nodiscard]] DBNode* FindAlert(Database& database, std::string_view topic);

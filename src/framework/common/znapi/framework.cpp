@@ -29,7 +29,8 @@ namespace {
 // Under FAST_LOCK, which a stop releases around the slots that it runs.
 constinit bool isStopping = false;
 
-// Each once. The lock is released around each Shutdown: databases may go meanwhile, and others come.
+// Each once. The lock is released around each Shutdown: databases may go meanwhile, and others
+// come.
 void UnloadAllProviders() noexcept {
   std::vector<InternedId> done;
   for (;;) {

@@ -55,8 +55,9 @@ struct LocalizedRequest {
 }
 
 [[nodiscard]] u32 CatalogOf(Database& database, ZnHandle hProvider, GUID* out) {
-  const Provider* provider = hProvider == nullptr ? database.LookUpProviderByName(kSystemProviderName)
-                                                  : HandleThing<Provider>(hProvider);
+  const Provider* provider = hProvider == nullptr
+                                 ? database.LookUpProviderByName(kSystemProviderName)
+                                 : HandleThing<Provider>(hProvider);
   if (provider == nullptr) return ZNE_PROVIDER_REG_NO_PROVIDERS;
   return ZnStringToGUID(provider->MessageCatalog().CStr(), out);
 }
