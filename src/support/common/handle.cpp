@@ -5,7 +5,7 @@
 #include "support/common/platform.h"
 #include "support/common/wordlock.h"
 
-static_assert(sizeof(ZnHandleRecord) == 2 * sizeof(void*));
+static_assert(sizeof(void*) != 8 || sizeof(ZnHandleRecord) == 16);
 
 namespace zn {
 

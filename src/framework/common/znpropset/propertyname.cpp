@@ -24,14 +24,19 @@ struct Generation {
 
 struct NameTable {
   std::atomic<Generation*> current{nullptr};
-  Mutex mutex;
-  size_t count ZN_GUARDED_BY(mutex) = 0;
-  u32 countRead ZN_GUARDED_BY(mutex) = 0;
+  size_t count = 0;   // under NamesMutex
+  u32 countRead = 0;  // the same
 };
 
 // Without a destructor: names outlive every static.
 static_assert(std::is_trivially_destructible_v<NameTable>);
 constinit NameTable names;
+
+// Taken for a new name alone.
+Mutex& NamesMutex() noexcept {
+  static Mutex& mutex = *new Mutex;
+  return mutex;
+}
 
 u32 HashName(std::string_view text) noexcept {
   return static_cast<u32>(HashBytes(text.data(), text.size()));
@@ -97,7 +102,7 @@ const NameEntry* MakeEntry(u32 hash, std::string_view text) {
   return entry;
 }
 
-const NameEntry* FindOrMake(u32 hash, std::string_view text) ZN_REQUIRES(names.mutex) {
+const NameEntry* FindOrMake(u32 hash, std::string_view text) {
   Generation* generation = names.current.load(std::memory_order_relaxed);
   const NameEntry* entry = Look(generation, hash, text);
   if (entry != nullptr) return entry;
@@ -118,13 +123,13 @@ PropertyName PropertyName::Intern(std::string_view text) {
   const u32 hash = HashName(text);
   const NameEntry* entry = Look(names.current.load(std::memory_order_acquire), hash, text);
   if (entry != nullptr) return PropertyName(entry);
-  const MutexLock lock(names.mutex);
+  const MutexLock lock(NamesMutex());
   return PropertyName(FindOrMake(hash, text));
 }
 
 bool PropertyName::InternRead(std::string_view text, PropertyName* out) {
   if (Find(text, out)) return true;
-  const MutexLock lock(names.mutex);
+  const MutexLock lock(NamesMutex());
   const size_t before = names.count;
   if (names.countRead == kMaxNamesRead) return false;
   *out = PropertyName(FindOrMake(HashName(text), text));
