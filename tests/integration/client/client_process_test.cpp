@@ -100,7 +100,7 @@ class ClientProcess : public testing::Test {
  protected:
   ClientProcess() { EXPECT_EQ(ClStartup(), ZN_OK); }
   ~ClientProcess() override { EXPECT_EQ(ClShutdown(), ZN_OK); }
-  void SetUp() override { ASSERT_TRUE(service_.Start()); }
+  void SetUp() override { service_.MustStart(); }
 
   ServiceProcess service_{"[Security]\nAccessUsers = 'anna'\n"};
 };
@@ -245,7 +245,7 @@ TEST_F(ClientProcess, AServerThatIsKilledIsTold) {
   EXPECT_NE(session.LogOn(service_.Port()), ZN_OK);
 
   ServiceProcess next;
-  ASSERT_TRUE(next.Start());
+  next.MustStart();
   ASSERT_EQ(session.LogOn(next.Port()), ZN_OK) << "another session, with a new server";
   EXPECT_EQ(session.Switch(session.Objects("EXAMPLE_Lamp").at(0), 1), ZN_OK);
 }

@@ -33,7 +33,7 @@ class RemoteConsole : public testing::Test {
   };
 
   void SetUp() override {
-    ASSERT_TRUE(service_.Start());
+    service_.MustStart();
     WriteFile(folder_ / "password", "toor\n");
   }
   // The program with these words, as a shell runs it.
@@ -193,7 +193,7 @@ TEST_F(RemoteWatch, OutlivesItsConnection) {
   const size_t told = ReadFile(out_).size();
   // The lamp of a new server is off: that is what changed meanwhile.
   ServiceProcess next;
-  ASSERT_TRUE(next.Start({"--port", port}));
+  next.MustStart({"--port", port});
   const auto tellsTheChange = [&] {
     return ReadFile(out_).find("On: true", told) != std::string::npos;
   };

@@ -36,7 +36,7 @@ TEST(ServiceProgram, RefusesAWrongCommandLine) {
 
 TEST(ServiceProgram, EndsWithoutAPortOfItsOwn) {
   ServiceProcess first;
-  ASSERT_TRUE(first.Start());
+  first.MustStart();
   ServiceProcess second;
   EXPECT_EQ(second.RunToEnd({"--port", std::to_string(first.Port())}), 1);
   EXPECT_THAT(second.Output(), HasSubstr("Address already in use"));
@@ -52,7 +52,7 @@ TEST(ServiceProgram, EndsWhenTheStartFailsAndSaysWhereToLook) {
 TEST(ServiceProgram, AcceptsAnyPasswordOnlyWhenToldAndOnlyOnALoopbackAddress) {
   {
     ServiceProcess service;
-    ASSERT_TRUE(service.Start({"--insecure-accept-any-password"}));
+    service.MustStart({"--insecure-accept-any-password"});
     EXPECT_THAT(service.Output(), HasSubstr("WARNING: any password is accepted"));
     RawClient client(service.Port());
     EXPECT_EQ(client.LogOn(u"whoever", u""), ZN_OK);
@@ -68,7 +68,7 @@ TEST(ServiceProgram, AcceptsAnyPasswordOnlyWhenToldAndOnlyOnALoopbackAddress) {
 
 TEST(ServiceProgram, ReadsTheTraceFlagsAnewAtSighup) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   ASSERT_EQ(client.LogOn(u"root", u"toor"), ZN_OK);
   static_cast<void>(client.Objects("KELD_Object"));
@@ -96,7 +96,7 @@ TEST(ServiceProgram, TellsSystemdWhenItIsReadyAndWhenItStops) {
     const ssize_t got = recv(fd, buffer, sizeof buffer, 0);
     return std::string(buffer, got < 0 ? 0 : static_cast<size_t>(got));
   };
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   EXPECT_EQ(receive(),
             "READY=1\nSTATUS=listening on 127.0.0.1, port " + std::to_string(service.Port()));
   service.Signal(SIGHUP);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 
@@ -51,9 +52,9 @@ void ServiceProcess::Spawn(const std::vector<std::string>& arguments) {
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
-  std::vector<std::string> variables = {
-      std::string("LD_PRELOAD=") + ZN_PAM_WRAPPER, "PAM_WRAPPER=1",
-      "PAM_WRAPPER_SERVICE_DIR=" + (folder_ / "pam"), "PAM_WRAPPER_DEBUGLEVEL=0"};
+  std::vector<std::string> variables = {std::string("LD_PRELOAD=") + ZN_PRELOAD, "PAM_WRAPPER=1",
+                                        "PAM_WRAPPER_SERVICE_DIR=" + (folder_ / "pam"),
+                                        "PAM_WRAPPER_DEBUGLEVEL=0"};
   if (!notifySocket_.empty()) variables.push_back("NOTIFY_SOCKET=" + notifySocket_);
   std::vector<char*> envp;
   for (std::string& variable : variables) envp.push_back(variable.data());
@@ -77,6 +78,10 @@ std::string ServiceProcess::ReadLine() const {
   char c = 0;
   while (read(out_, &c, 1) == 1 && c != '\n') line += c;
   return line;
+}
+
+void ServiceProcess::MustStart(std::vector<std::string> arguments) {
+  if (!Start(std::move(arguments))) throw std::runtime_error("no service: " + output_);
 }
 
 bool ServiceProcess::Start(std::vector<std::string> arguments) {

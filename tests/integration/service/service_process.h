@@ -19,8 +19,10 @@ class ServiceProcess {
   ServiceProcess(const ServiceProcess&) = delete;
   ServiceProcess& operator=(const ServiceProcess&) = delete;
 
-  // Starts it with a free port and waits until it listens. False when it ends instead.
-  bool Start(std::vector<std::string> arguments = {});
+  // Starts it with a free port and waits until it listens. When it ends instead, Start is false and
+  // MustStart throws what it printed, which ends the test.
+  void MustStart(std::vector<std::string> arguments = {});
+  [[nodiscard]] bool Start(std::vector<std::string> arguments = {});
   // Starts it with these arguments alone and waits for its end: the exit code.
   int RunToEnd(const std::vector<std::string>& arguments);
   void Signal(int number) const;
@@ -29,7 +31,7 @@ class ServiceProcess {
 
   [[nodiscard]] unsigned Port() const { return port_; }
   [[nodiscard]] pid_t Pid() const { return pid_; }
-  [[nodiscard]] const std::string& Output() const { return output_; }  // of RunToEnd
+  [[nodiscard]] const std::string& Output() const { return output_; }
   [[nodiscard]] std::string Trace() const { return ReadFile(folder_ / "Logs/znmira.log"); }
   [[nodiscard]] std::string SettingsFile() const { return folder_ / "settings.toml"; }
   [[nodiscard]] const TemporaryFolder& Folder() const { return folder_; }

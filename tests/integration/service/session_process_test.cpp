@@ -45,7 +45,7 @@ class SessionProcess : public testing::Test {
 
 TEST_F(SessionProcess, LogsOnByPam) {
   ServiceProcess service("[Security]\nAccessUsers = 'anna'\n");
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   struct Row {
     const char* why;
     const char16_t* user;
@@ -81,7 +81,7 @@ TEST_F(SessionProcess, LogsOnByPam) {
 
 TEST_F(SessionProcess, AFailedLogonMayBeTriedAgainOnTheSameConnection) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   EXPECT_EQ(client.LogOn(u"root", u"guess"), ZNE_ACCESS_DENIED);
   EXPECT_EQ(NumberOf(client.Ask(client.LogonMessage(u"root", u"toor", u"", 1)).Set(), "Result"),
@@ -90,7 +90,7 @@ TEST_F(SessionProcess, AFailedLogonMayBeTriedAgainOnTheSameConnection) {
 
 TEST_F(SessionProcess, LogsOnByTheGuidOfTheSharedMemory) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   client.Meet(2);
   EXPECT_EQ(NumberOf(client.Offered(), "Authentication"), 2u);
@@ -107,7 +107,7 @@ TEST_F(SessionProcess, LogsOnByTheGuidOfTheSharedMemory) {
 
 TEST_F(SessionProcess, ChangesComeBeforeTheAnswerOfTheCallThatMadeThem) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient caller(service.Port());
   RawClient watcher(service.Port());
   ASSERT_EQ(caller.LogOn(u"root", u"toor"), ZN_OK);
@@ -140,7 +140,7 @@ TEST_F(SessionProcess, ChangesComeBeforeTheAnswerOfTheCallThatMadeThem) {
 
 TEST_F(SessionProcess, PassesTheStatusesOfAProviderOn) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   ASSERT_EQ(client.LogOn(u"root", u"toor"), ZN_OK);
   const std::vector<ObjectId> lamps = Lamps(client);
@@ -152,7 +152,7 @@ TEST_F(SessionProcess, PassesTheStatusesOfAProviderOn) {
 
 TEST_F(SessionProcess, AOneWayFrameGetsNoAnswer) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   EXPECT_TRUE(client.SendBytes(FrameBytes(3, 77, MarshalledBytes(OfferOf(1)))));
   client.Meet();
@@ -161,7 +161,7 @@ TEST_F(SessionProcess, AOneWayFrameGetsNoAnswer) {
 
 TEST_F(SessionProcess, SendsItsLog) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   ASSERT_EQ(client.LogOn(u"root", u"toor"), ZN_OK);
   PropertySet request = MessageOf(9);
@@ -204,7 +204,7 @@ class Datagrams {
 
 TEST_F(SessionProcess, AnswersPingsWithTheTokenOfTheSession) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   client.Meet();
   const u32 token = NumberOf(client.Offered(), "PingToken");
@@ -218,7 +218,7 @@ TEST_F(SessionProcess, AnswersPingsWithTheTokenOfTheSession) {
 
 TEST_F(SessionProcess, AnswersADiscovery) {
   ServiceProcess service("Flags = 6\n");
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   Datagrams datagrams(service.Port());
   RawFrame reply;
   reply.payload = datagrams.Ask({"\0\0\0\1", 4});
@@ -229,7 +229,7 @@ TEST_F(SessionProcess, AnswersADiscovery) {
 
 TEST_F(SessionProcess, GivesNoPingTokenWhenKeepAliveIsDisabled) {
   ServiceProcess service("DisableKeepAlive = 1\n");
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   client.Meet();
   EXPECT_EQ(client.Offered().Find("PingToken"), nullptr);
@@ -237,7 +237,7 @@ TEST_F(SessionProcess, GivesNoPingTokenWhenKeepAliveIsDisabled) {
 
 TEST_F(SessionProcess, TheStopEndsIdleSessionsQuickly) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   std::vector<std::unique_ptr<RawClient>> clients;
   for (int i = 0; i < 100; ++i) {
     clients.push_back(std::make_unique<RawClient>(service.Port()));
@@ -253,7 +253,7 @@ TEST_F(SessionProcess, TheStopEndsIdleSessionsQuickly) {
 
 TEST_F(SessionProcess, TellsTheStopAsAnAlert) {
   ServiceProcess service;
-  ASSERT_TRUE(service.Start());
+  service.MustStart();
   RawClient client(service.Port());
   ASSERT_EQ(client.LogOn(u"root", u"toor"), ZN_OK);
   ASSERT_THAT(Lamps(client), SizeIs(2));
