@@ -70,10 +70,12 @@ if Chosen asan; then
   last=asan
 fi
 if Chosen tsan; then
-  # Everything in the library that has threads; the programs' own tests run under the other builds.
+  # Everything in the library that has threads, and the service with its clients; the other programs'
+  # own tests run under the other builds.
   Step tsan-build FixedAddresses Build tsan --target unit_framework unit_support unit_ucl \
-    integration_providers
-  Step tsan-suite FixedAddresses Suite tsan -R '^(framework|support|ucl|providers)\.'
+    unit_service unit_clientsvc integration_providers service_process_test client_process_test lamp
+  Step tsan-suite FixedAddresses Suite tsan \
+    -R '^(framework|support|ucl|service|clientsvc|client|providers)\.'
   last=tsan
 fi
 if Chosen fuzz; then

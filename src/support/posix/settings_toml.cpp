@@ -181,11 +181,11 @@ Table* FindKey(Table& root, const SettingsPath& path) {
 }
 
 // Has the key and all above it written out from here on: in braces a key that is left with
-// `binary = ...` alone would read as bytes.
+// `binary = ...` alone would read as bytes, and does already when this is called.
 void WriteOut(toml::table& root, const SettingsPath& path) {
   toml::table* key = &root;
   for (const std::string& name : path) {
-    key = AsKey(FindEntry(*key, name));
+    key = FindEntry(*key, name)->as_table();
     key->is_inline(false);
   }
 }

@@ -221,6 +221,13 @@ TEST(ArrayText, FailsAsAWholeAtItsFirstBadToken) {
   EXPECT_FALSE(value.HasValue());
 }
 
+TEST(ArrayText, OfATypeWithoutTextIsRefusedEvenWithoutElements) {
+  Value value;
+  EXPECT_EQ(ReadArrayText(0, "", &value), ZNE_INVALID_ARGUMENTS);
+  EXPECT_EQ(ReadArrayText(ZN_TYPE_PROPSET, "", &value), ZNE_INVALID_ARGUMENTS);
+  EXPECT_FALSE(value.HasValue());
+}
+
 TEST(ArrayText, OfLocalizableTextsHasWordsOfItsOwn) {
   const TraceCapture trace(6);
   Value value;

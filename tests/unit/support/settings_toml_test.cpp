@@ -205,7 +205,7 @@ TEST(SettingsDocument, ADottedNameInBracesReadsTheSameAfterItWasWritten) {
   }
 }
 
-TEST(SettingsDocument, AKeyDeepInBracesStaysAKeyWhateverIsTakenFromIt) {
+TEST(SettingsDocument, AKeyInBracesStaysAKeyWhateverIsPutInOrTakenFromIt) {
   bool changed = false;
   SettingsDocument values = Parsed("k = { y = { a = 'x', binary = 'ab' } }\n");
   EXPECT_EQ(values.DeleteValue({"k", "y"}, "a", &changed), 0u);
@@ -214,6 +214,10 @@ TEST(SettingsDocument, AKeyDeepInBracesStaysAKeyWhateverIsTakenFromIt) {
   SettingsDocument keys = Parsed("k = { binary = 'ab', inner = { a = 'x' } }\n");
   EXPECT_EQ(keys.DeleteKey({"k", "inner"}, &changed), 0u);
   EXPECT_EQ(Parsed(keys.Format()).Open({"k"}), 0u);
+
+  SettingsDocument empty = Parsed("k = {}\n");
+  EXPECT_EQ(empty.SetValue({"k"}, "binary", Text(u"00"), &changed), 0u);
+  EXPECT_EQ(Parsed(empty.Format()).Open({"k"}), 0u);
 
   SettingsDocument created = Parsed("k = { y = { a = 'x' } }\n");
   EXPECT_EQ(created.CreateKey({"k", "y", "new"}, &changed), 0u);

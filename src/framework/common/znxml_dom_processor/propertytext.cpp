@@ -186,11 +186,16 @@ constexpr TypeRow kTypes[] = {
     {"mira_propset", ZN_TYPE_PROPSET, nullptr},
 };
 
-u32 ReadTrimmed(u32 tag, std::string_view text, Value* out) {
+// Null for a type that has no text.
+const TypeRow* RowOf(u32 tag) noexcept {
   for (const TypeRow& row : kTypes) {
-    if (row.tag == tag && row.read != nullptr) return row.read(std::string(TrimXmlText(text)), out);
+    if (row.tag == tag && row.read != nullptr) return &row;
   }
-  return ZNE_INVALID_ARGUMENTS;
+  return nullptr;
+}
+
+u32 ReadTrimmed(const TypeRow* row, std::string_view text, Value* out) {
+  return row == nullptr ? ZNE_INVALID_ARGUMENTS : row->read(std::string(TrimXmlText(text)), out);
 }
 
 }  // namespace
@@ -203,16 +208,18 @@ u32 TagOfTypeWord(std::string_view word) noexcept {
 }
 
 u32 ReadScalarText(u32 tag, std::string_view text, Value* out) {
-  const u32 status = ReadTrimmed(tag, text, out);
+  const u32 status = ReadTrimmed(RowOf(tag), text, out);
   if (ZN_FAILED(status)) ZN_TRACE(6, "XML : Error in getGetNonPropsetProperty");
   return status;
 }
 
 u32 ReadArrayText(u32 elementTag, std::string_view text, Value* out) {
+  const TypeRow* row = RowOf(elementTag);
+  if (row == nullptr) return ZNE_INVALID_ARGUMENTS;  // also where no element shows it
   std::vector<Value> elements;
   for (const std::string& token : XmlTokens(text, ',', '"')) {
     Value element;
-    const u32 status = ReadTrimmed(elementTag, token, &element);
+    const u32 status = ReadTrimmed(row, token, &element);
     if (ZN_FAILED(status)) {
       ZN_TRACE(6, "XML : Error in getGetNonPropsetArrayProperty%s",
                elementTag == ZN_TYPE_I18N ? " of type i18n" : "");
