@@ -52,9 +52,11 @@ void ServiceProcess::Spawn(const std::vector<std::string>& arguments) {
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
-  std::vector<std::string> variables = {std::string("LD_PRELOAD=") + ZN_PRELOAD, "PAM_WRAPPER=1",
-                                        "PAM_WRAPPER_SERVICE_DIR=" + (folder_ / "pam"),
-                                        "PAM_WRAPPER_DEBUGLEVEL=0"};
+  std::vector<std::string> variables = {
+      std::string("LD_PRELOAD=") + ZN_PRELOAD, "PAM_WRAPPER=1",
+      // A thread sanitizer refuses libraries that are bound deeply; this wrapper takes that name.
+      "UID_WRAPPER_DISABLE_DEEPBIND=1", "PAM_WRAPPER_SERVICE_DIR=" + (folder_ / "pam"),
+      "PAM_WRAPPER_DEBUGLEVEL=0"};
   if (!notifySocket_.empty()) variables.push_back("NOTIFY_SOCKET=" + notifySocket_);
   std::vector<char*> envp;
   for (std::string& variable : variables) envp.push_back(variable.data());
