@@ -26,7 +26,7 @@ class Hostile : public testing::Test {
     if (service_ == nullptr) return;
     {
       RawClient client(service_->Port());
-      EXPECT_EQ(client.LogOn(u"root", u"toor"), ZN_OK);
+      EXPECT_EQ(client.LogOn(u"root", u"toor"), ZN_OK) << service_->Trace();
     }
     service_->Signal(SIGTERM);
     EXPECT_EQ(service_->WaitForEnd(), 0);

@@ -1,12 +1,17 @@
 #include "tests/integration/service/service_process.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -44,6 +49,45 @@ void ServiceProcess::AddSettings(const std::string& text) const {
   WriteFile(SettingsFile(), ReadFile(SettingsFile()) + text);
 }
 
+namespace {
+
+// Whether the PAM wrapper of that process has made its folder: its number stands in there.
+bool HasPamFolder(pid_t pid) {
+  std::error_code none;
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp", none)) {
+    const std::filesystem::path& path = entry.path();
+    if (path.stem() != "pam" || !std::filesystem::exists(path / "znsvc", none)) continue;
+    if (std::atoi(ReadFile(path / "pid").c_str()) == pid) return true;
+  }
+  return false;
+}
+
+// The PAM wrapper makes its folder under one of few names, and takes those over that ended
+// processes have left. Two that do so at the same time take each other's, so they start one after
+// the other.
+class StartTurn {
+ public:
+  StartTurn() : file_(open("/tmp/zn-test-start.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666)) {
+    static_cast<void>(flock(file_, LOCK_EX));
+  }
+  ~StartTurn() { close(file_); }
+  StartTurn(const StartTurn&) = delete;
+  StartTurn& operator=(const StartTurn&) = delete;
+  // Until the process has its folder, prints something or ends.
+  static void WaitFor(pid_t pid, int out) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    pollfd printed{out, POLLIN, 0};
+    while (!HasPamFolder(pid) && poll(&printed, 1, 2) == 0 &&
+           std::chrono::steady_clock::now() < limit) {
+    }
+  }
+
+ private:
+  int file_;
+};
+
+}  // namespace
+
 void ServiceProcess::Spawn(const std::vector<std::string>& arguments) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -66,12 +110,14 @@ void ServiceProcess::Spawn(const std::vector<std::string>& arguments) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+  const StartTurn turn;
   const int error = posix_spawn(&pid_, ZNSVC_PROGRAM, &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   close(ends[1]);
   ASSERT_EQ(error, 0);
   if (out_ >= 0) close(out_);
   out_ = ends[0];
+  StartTurn::WaitFor(pid_, out_);
 }
 
 // Without its end; empty at the end of the output.
