@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/unit/service/service_fixture.h"
+#include "tests/unit/support/descriptors.h"
 
 namespace zn::test {
 
@@ -139,6 +140,17 @@ TEST_F(Listener, SaysThatItsPortIsTaken) {
   StartListener();
   EXPECT_TRUE(listener_->Stop(kPatienceMs));
   EXPECT_THAT(trace.Messages(), ElementsAre("Bind failed for BroadcastListener"));
+}
+
+TEST_F(Listener, SaysThatItHasNoSocket) {
+  if (kChecksNeedDescriptors) GTEST_SKIP() << "the sanitizer opens pipes for its own checks";
+  const TraceCapture trace(6);
+  {
+    const FewDescriptors few(0);
+    StartListener();
+  }
+  EXPECT_TRUE(listener_->Stop(kPatienceMs));
+  EXPECT_THAT(trace.Messages(), ElementsAre("BroadcastListener: Socket creation failed"));
 }
 
 TEST_F(Listener, SaysThatItListensAndWhomItAnswers) {
