@@ -137,8 +137,8 @@ class PlainBlock {
 // What the host is asked; the password goes with it.
 struct SecretAttempt : LogonAttempt {
   SecretAttempt(const Credentials& credentials, const std::string& host)
-      : LogonAttempt{credentials.user, credentials.password, credentials.domain,
-                     credentials.fourth, host} {}
+      : LogonAttempt{credentials.user, credentials.password, credentials.domain, credentials.fourth,
+                     host} {}
   ~SecretAttempt() { WipeText(&password); }
   SecretAttempt(const SecretAttempt&) = delete;
   SecretAttempt& operator=(const SecretAttempt&) = delete;

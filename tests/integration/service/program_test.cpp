@@ -221,6 +221,13 @@ TEST(ServiceCheck, SaysWhatIsWrongAndWhere) {
   }
 }
 
+TEST(ServiceCheck, TakesAWarningForNoError) {
+  ServiceProcess service("Unheard = 1\n");
+  EXPECT_EQ(service.RunToEnd({"--check"}), 0);
+  EXPECT_THAT(service.Output(), AllOf(HasSubstr(":3: warning: Unheard is not known to the service"),
+                                      HasSubstr(": 0 errors, ")));
+}
+
 TEST(ServiceCheck, FindsADamagedCatalog) {
   ServiceProcess service;
   WriteFile(service.Folder() / "cat", "# texts\n1A = good\nnonsense = bad\n");
