@@ -98,6 +98,22 @@ TEST_F(UclOperations, ServerOnABusyPortFailsInBinding) {
   EXPECT_EQ(handle, 5u);
 }
 
+TEST_F(UclOperations, APortBeyondTheLastIsNone) {
+  const TraceCapture trace;
+  u32 handle = 0;
+  EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, 65536 + 4711),
+            UCLE_SOCKET_ERROR);
+  EXPECT_TRUE(trace.Has("Server::Create(), socket error in binding. err code = 16"));  // EINVAL
+  const BareListener listener;
+  u32 client = 0;
+  ASSERT_EQ(UCLCreateClient(&client, nullptr, Recorder::Data, nullptr, 65536 + listener.Port()),
+            0u);
+  u32 address = 0;
+  u32 id = 0;
+  EXPECT_EQ(UCLConnect(client, "127.0.0.1", &address, &id), UCLE_SOCKET_ERROR);
+  EXPECT_TRUE(trace.Has("Socket error when connecting server. err code = 16"));
+}
+
 TEST_F(UclOperations, ServerOnAForeignAddressFailsInBinding) {
   UclServerOptions options;
   options.freePort = true;
