@@ -113,7 +113,11 @@ void Stop(const Signals& signals, const Report& report) {
 int RunService(const Options& options) {
   const Signals signals;
   const Report report(options.foreground);
-  const std::string address = ReadBindAddress();
+  std::string address;
+  if (!ReadBindAddress(&address)) {
+    report.Complain("BindAddress must be a text" + SettingsHint());
+    return kExitFailed;
+  }
   if (const std::string fault = InsecureFault(options, address); !fault.empty()) {
     report.Complain(fault);
     return kExitUsage;

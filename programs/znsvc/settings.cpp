@@ -1,12 +1,11 @@
 // The settings of the service: see the header.
 #include "settings.h"
 
-#include <cstdlib>
-#include <vector>
+#include <toml++/toml.h>
 
-#include "zn/settings.h"
-#include "zn/status.h"
-#include "zn/text.h"
+#include <cstdlib>
+
+#include "check.h"
 
 namespace zn::svc {
 
@@ -15,16 +14,19 @@ std::string SettingsFile() {
   return file == nullptr || *file == '\0' ? "/etc/znmira/settings.toml" : file;
 }
 
-std::string ReadBindAddress() {
-  std::vector<ZnWChar> wide(256);
-  u32 type = 0;
-  auto length = static_cast<u32>((wide.size() - 1) * sizeof(ZnWChar));
-  const u32 status = ZnRegQueryValueEx(HkeyMiraRoot(), u"BindAddress", nullptr, &type,
-                                       reinterpret_cast<u8*>(wide.data()), &length);
-  if (ZN_FAILED(status) || type != ZN_REG_SZ) return {};
-  char narrow[512] = "";
-  if (Znwcstombs(narrow, wide.data(), sizeof narrow - 1) >= sizeof narrow) return {};
-  return narrow;
+// From the file itself, where values of every type are to be seen. One that does not parse is the
+// library's to tell.
+bool ReadBindAddress(std::string* address) {
+  address->clear();
+  try {
+    const toml::table root = toml::parse_file(SettingsFile());
+    const toml::node* node = FindEntry(root, "BindAddress");
+    if (node == nullptr) return true;
+    *address = TextOf(root, "BindAddress");
+    return node->is_string();
+  } catch (const toml::parse_error&) {
+    return true;
+  }
 }
 
 std::string SettingsHint() {

@@ -7,8 +7,9 @@ namespace zn::svc {
 
 // The file that counts: ZN_SETTINGS, else the default.
 [[nodiscard]] std::string SettingsFile();
-// "BindAddress"; empty when it is not set.
-[[nodiscard]] std::string ReadBindAddress();
+// "BindAddress"; empty when it is not set. False when it is set and is no text: the library passes
+// such a value over, and would listen on every address where one was meant.
+[[nodiscard]] bool ReadBindAddress(std::string* address);
 // A sentence for a failed start: where to look.
 [[nodiscard]] std::string SettingsHint();
 

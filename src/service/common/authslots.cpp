@@ -1,6 +1,7 @@
 // The slots of the shared memory: see the header.
 #include "service/common/authslots.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <utility>
@@ -77,8 +78,8 @@ u32 AuthSlots::FindFree(u32 now) const {
 }
 
 // Until a slot is given back or the first one's time is over.
-void AuthSlots::WaitForFree(u32 now) {
-  u32 seconds = kSecondsTaken;
+void AuthSlots::WaitForFree(u32 now, u32 mostSeconds) {
+  u32 seconds = std::min(kSecondsTaken, mostSeconds);
   for (const u32 expiry : expiry_) {
     if (expiry > now && expiry - now < seconds) seconds = expiry - now;
   }
@@ -86,7 +87,7 @@ void AuthSlots::WaitForFree(u32 now) {
   static_cast<void>(slotFreed_.WaitUntil(mutex_, until));
 }
 
-u32 AuthSlots::PrepForLogon(u32 type, GUID* guid, u32* slot) {
+u32 AuthSlots::PrepForLogon(u32 type, GUID* guid, u32* slot, u32 patience) {
   if (type == wire::kAuthenticationPassword) return ZN_OK;
   if (!Exists()) return ZNW_AUTH_TYPE_UNSUPPORTED;
   if (type == wire::kAuthenticationToken && !IsGoodPointer(guid)) {
@@ -97,9 +98,12 @@ u32 AuthSlots::PrepForLogon(u32 type, GUID* guid, u32* slot) {
   ZN_RETURN_IF_FAILED(ZnGenerateGUID(&fresh));
   const MutexLock lock(mutex_);
   u32 now = clock_();
+  const u32 begin = now;
   u32 found = FindFree(now);
   while (found == kSlots && !ended_) {
-    WaitForFree(now);
+    const u32 waited = now - begin;
+    if (patience != 0 && waited >= patience) return ZNE_TIMED_OUT;
+    WaitForFree(now, patience == 0 ? kSecondsTaken : patience - waited);
     now = clock_();
     found = FindFree(now);
   }

@@ -33,10 +33,12 @@ class AuthSlots {
 
   // Prepares a slot for a session of that type, which waits for a free one as long as all are
   // taken: a slot is taken for ten seconds, or until its GUID is used. `guid` and `slot` may be
-  // null. Nothing to do for a password. ZNW_AUTH_TYPE_UNSUPPORTED without shared memory,
-  // ZNE_INVALID_ARGUMENTS (traced) for a token without a place for it, ZNE_SHUTDOWN_STARTED once
-  // the waits were ended, the failure of the GUID's making.
-  [[nodiscard]] u32 PrepForLogon(u32 type, GUID* guid, u32* slot);
+  // null. The wait has no end of its own; `patience` is for a peer that is dropped after so many
+  // seconds, for whom nobody should wait on (0: no bound). Nothing to do for a password.
+  // ZNW_AUTH_TYPE_UNSUPPORTED without shared memory, ZNE_INVALID_ARGUMENTS (traced) for a token
+  // without a place for it, ZNE_TIMED_OUT after the patience, ZNE_SHUTDOWN_STARTED once the waits
+  // were ended, the failure of the GUID's making.
+  [[nodiscard]] u32 PrepForLogon(u32 type, GUID* guid, u32* slot, u32 patience = 0);
   // Looks for the GUID among the slots, whoever it was prepared for, and frees its slot.
   // Contract: the GUID stays where it is and matches again until the slot is used anew; that the
   // ten seconds are over does not matter. The GUID of all zeros, which slots hold that were never
@@ -55,7 +57,7 @@ class AuthSlots {
 
   // The highest free slot, or kSlots.
   [[nodiscard]] u32 FindFree(u32 now) const ZN_REQUIRES(mutex_);
-  void WaitForFree(u32 now) ZN_REQUIRES(mutex_);
+  void WaitForFree(u32 now, u32 mostSeconds) ZN_REQUIRES(mutex_);
 
   Clock clock_;
   Mutex mutex_;

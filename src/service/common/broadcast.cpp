@@ -1,6 +1,7 @@
 // The listener for datagrams: see the header.
 #include "service/common/broadcast.h"
 
+#include <chrono>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -76,15 +77,15 @@ std::string DiscoveryReply(const std::string& hostName, const std::vector<u32>& 
   return MarshalText(reply);
 }
 
-u32 CreatePingToken() {
+u32 CreatePingToken(const HostNames& names) {
   std::string name;
-  if (!GetLocalHostName(&name)) {
+  if (!names.ownName(&name)) {
     ZN_TRACE(6, "gethostname failed in CreatePingToken");
     return 0;
   }
   std::string officialName;
   std::vector<u32> addresses;
-  if (!LookUpHost(name, &officialName, &addresses) || addresses.empty()) {
+  if (!names.lookUp(name, &officialName, &addresses) || addresses.empty()) {
     ZN_TRACE(6, "gethostbyname failed in CreatePingToken");
     return 0;
   }
@@ -102,13 +103,31 @@ bool BroadcastListener::Start(const std::string& bindAddress, u32 port) noexcept
   }
 }
 
-void BroadcastListener::Stop() noexcept {
-  if (!thread_.joinable()) return;
+bool BroadcastListener::Stop(u32 timeoutMs) noexcept {
+  if (!thread_.joinable()) return true;
   socket_.Stop();
+  if (!WaitForEnd(timeoutMs)) return false;
   thread_.join();
+  return true;
 }
 
-void BroadcastListener::Run() noexcept try { Listen(); } catch (const std::bad_alloc&) {
+bool BroadcastListener::WaitForEnd(u32 timeoutMs) noexcept {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  const MutexLock lock(mutex_);
+  while (!hasEnded_) {
+    if (!ended_.WaitUntil(mutex_, until) && !hasEnded_) return false;
+  }
+  return true;
+}
+
+void BroadcastListener::Run() noexcept {
+  try {
+    Listen();
+  } catch (const std::bad_alloc&) {  // no listener any more
+  }
+  const MutexLock lock(mutex_);
+  hasEnded_ = true;
+  ended_.NotifyAll();
 }
 
 bool BroadcastListener::OpenPort(const std::string& bindAddress, u32 port) {
@@ -176,13 +195,13 @@ void BroadcastListener::AnswerDiscovery(u32 address, u32 port) {
   const std::string client = AddressText(address);
   ZN_TRACE(1, "Command received by BroadcastListener from client: %s", client.c_str());
   std::string name;
-  if (!GetLocalHostName(&name)) {
+  if (!names_.ownName(&name)) {
     ZN_TRACE(4, "gethostname() failed in BroadcastListener ");
     return;
   }
   std::string officialName;
   std::vector<u32> addresses;
-  if (!LookUpHost(name, &officialName, &addresses)) {
+  if (!names_.lookUp(name, &officialName, &addresses)) {
     ZN_TRACE(4, "gethostbyname() failed in BroadcastListener ");
     return;
   }

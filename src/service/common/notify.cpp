@@ -152,7 +152,7 @@ void NotificationSender::RunRound() noexcept {
   try {
     const ClientList listeners = clients_.Listeners(&clientCount);
     if (traces_.Notifications()) {
-      ZN_TRACE(6, "SendThread sending %d notifications to %d clients\n",
+      ZN_TRACE(1, "SendThread sending %d notifications to %d clients\n",
                static_cast<int>(round_.size()), static_cast<int>(clientCount));
     }
     messages_.clear();

@@ -91,6 +91,12 @@ struct Offer {
   return keys == 0 ? ZNE_CLIENT_NO_EXCHANGE_CAPS : ZN_OK;
 }
 
+// A stranger is dropped when the time for the logon is over; a slot that comes later is of no use.
+[[nodiscard]] u32 SlotPatience(const Exchange& exchange) noexcept {
+  const bool isStranger = exchange.client == nullptr || !exchange.client->IsLoggedOn();
+  return isStranger ? exchange.server.options.logonTimeoutSeconds : 0;
+}
+
 void WriteSessionAnswer(const ServerObject& server, const SessionOptions& session, u32 slot,
                         PropertySet* answer) {
   PropertySet data;
@@ -128,20 +134,14 @@ class PlainBlock {
   u32 length = 0;
 };
 
-void Overwrite(std::u16string& text) noexcept {
-  volatile ZnWChar* at = text.data();
-  for (size_t i = 0; i < text.size(); ++i) at[i] = 0;
-}
-
-// Credentials whose texts are overwritten at the end.
-struct SecretCredentials : Credentials {
-  SecretCredentials() = default;
-  ~SecretCredentials() {
-    Overwrite(user);  // may be the secret of the shared memory
-    Overwrite(password);
-  }
-  SecretCredentials(const SecretCredentials&) = delete;
-  SecretCredentials& operator=(const SecretCredentials&) = delete;
+// What the host is asked; the password goes with it.
+struct SecretAttempt : LogonAttempt {
+  SecretAttempt(const Credentials& credentials, const std::string& host)
+      : LogonAttempt{credentials.user, credentials.password, credentials.domain, credentials.fourth,
+                     host} {}
+  ~SecretAttempt() { WipeText(&password); }
+  SecretAttempt(const SecretAttempt&) = delete;
+  SecretAttempt& operator=(const SecretAttempt&) = delete;
 };
 
 // ZNE_UNEXPECTED for a block that proves nothing.
@@ -177,10 +177,8 @@ struct SecretCredentials : Credentials {
   if (server.logonBypass) return ZN_OK;
   bool isGood = false;
   try {
-    LogonAttempt attempt{credentials.user, credentials.password, credentials.domain,
-                         credentials.fourth, client.host};
+    const SecretAttempt attempt(credentials, client.host);
     isGood = CheckPassword(attempt, server.access, server.host);
-    Overwrite(attempt.password);
   } catch (...) {  // whatever goes wrong, nobody was let in
   }
   return isGood ? ZN_OK : ZNE_ACCESS_DENIED;
@@ -232,7 +230,8 @@ u32 ServeSessionOffer(Exchange& exchange) {
   session.authentication = LowestBit(server.slots.Choose(offer.authentication));
   u32 slot = 0;
   if (session.authentication != wire::kAuthenticationToken) {
-    status = server.slots.PrepForLogon(session.authentication, nullptr, &slot);
+    status =
+        server.slots.PrepForLogon(session.authentication, nullptr, &slot, SlotPatience(exchange));
   }
   session.compression = LowestBit(offer.compression & wire::kCompressionMask);
   const u32 keyStatus = AgreeOnKey(offer.keyCount, &session.encryptionKeyIndex);

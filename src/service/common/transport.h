@@ -2,6 +2,7 @@
 // above it can be tested without a network.
 #pragma once
 
+#include <atomic>
 #include <vector>
 
 #include "service/common/clienttable.h"
@@ -38,7 +39,8 @@ class UclTransport final : public Transport {
   void SendRound(const std::vector<UclBuffer>& payloads, std::vector<UclTarget>* targets) override;
 
  private:
-  u32 server_ = 0;  // written before the first connection and after the last
+  // Set when the port is open already: the first bytes of a stranger may come before.
+  std::atomic<u32> server_{0};
 };
 
 }  // namespace zn

@@ -194,7 +194,9 @@ void AnnounceShutdown() noexcept {
 
 void StopListening(RunningServer& self) {
   self.server.sender.Stop();
-  self.broadcast.Stop();
+  if (!self.broadcast.Stop(kStopPatienceMs)) {
+    ZN_TRACE(6, "Broadcast Thread shutdown timed out");
+  }
   if (UCLStopAccepting(self.transport.Server(), kStopPatienceMs) == ZNE_TIMED_OUT) {
     ZN_TRACE(6, "Server Thread shutdown timed out");
   }

@@ -103,7 +103,7 @@ void* CreateArea(const char* name, u32 size, ZnHandle* handle) {
   const std::string systemName = SystemName(name);
   shm_unlink(systemName.c_str());
   const int fd = shm_open(systemName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (fd < 0) return CreateFailed("Error in creating shmem.");
+  if (fd < 0) return CreateFailed("Create mapping object.");
   auto area = std::make_unique<SharedArea>(fd, systemName);
   if (fchmod(fd, 0600) != 0) return CreateFailed("Setting the access.");
   if (ftruncate(fd, static_cast<off_t>(size)) != 0) return CreateFailed("Setting the size.");

@@ -1,6 +1,7 @@
 #include "ucl/common/comm_object.h"
 
 #include <chrono>
+#include <new>
 
 #include "support/common/trace.h"
 #include "ucl/common/connection.h"
@@ -176,9 +177,19 @@ AcceptResult Server::AcceptAll() {
   return AcceptResult::kNone;
 }
 
+// Null, with the socket closed, when memory is short.
+std::shared_ptr<Connection> Server::MakeConnection(u32 socket, u32 address, u32 port) try {
+  return std::make_shared<Connection>(shared_from_this(), socket, address, port,
+                                      AddressText(address));
+} catch (const std::bad_alloc&) {
+  CloseSocket(socket);
+  return nullptr;
+}
+
+// Whatever fails here costs the one connection: accepting goes on.
 void Server::Admit(u32 socket, u32 address, u32 port) {
-  const auto connection =
-      std::make_shared<Connection>(shared_from_this(), socket, address, port, AddressText(address));
+  const std::shared_ptr<Connection> connection = MakeConnection(socket, address, port);
+  if (connection == nullptr) return;
   if (maxClients_ != 0 && ConnectionCount() >= maxClients_) {
     ZN_TRACE(4, "Connection of %s refused: %u clients are connected\n", connection->Host().c_str(),
              maxClients_);
@@ -188,12 +199,15 @@ void Server::Admit(u32 socket, u32 address, u32 port) {
   const u32 refusal = CallConnect(connection->Host().c_str(), address, connection->Id(), true);
   admittingServer = nullptr;
   if (refusal != ZN_OK) return;
-  Manager().AddConnection(connection);
-  if (stopping_) {
-    connection->End(StopCause::kDropped);
-    return;
+  try {
+    Manager().AddConnection(connection);
+    if (!stopping_) {
+      static_cast<void>(connection->Start());
+      return;
+    }
+  } catch (const std::bad_alloc&) {  // it is told as lost, as it was told as there
   }
-  static_cast<void>(connection->Start());
+  connection->End(StopCause::kDropped);
 }
 
 u32 Server::StopAccepting(u32 timeoutMs) {

@@ -12,6 +12,7 @@
 
 namespace zn {
 
+class Connection;
 class UclManager;
 
 // What holds for each connection of an object; the options' fields of the same names.
@@ -102,6 +103,7 @@ class Server final : public CommObject {
 
  private:
   [[nodiscard]] AcceptResult AcceptAll();
+  [[nodiscard]] std::shared_ptr<Connection> MakeConnection(u32 socket, u32 address, u32 port);
   void Admit(u32 socket, u32 address, u32 port);
   void CloseListener() ZN_REQUIRES(lock_);
 

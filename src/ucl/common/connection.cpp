@@ -147,32 +147,55 @@ void Connection::LeaveRole() {
   Finish();
 }
 
+// Nothing more is sent.
+void Connection::Break() {
+  broken_ = true;
+  queue_.reset();
+  hasQueue_ = false;
+}
+
+void Connection::MarkStopped(StopCause cause) {
+  if (IsStopped()) return;
+  cause_ = cause;
+  stop_ = true;
+  for (Waiter* waiter = waiters_; waiter != nullptr; waiter = waiter->next) {
+    waiter->wake.NotifyOne();
+  }
+}
+
+// Where a worker holds the role of a server's connection it serves a request: nothing more is read,
+// and the worker finishes the connection when the answer has been sent.
+bool Connection::StopBehindTheAnswer() {
+  if (!owner_->IsServer()) return false;
+  const MutexLock sending(sendLock_);
+  const MutexLock lock(lock_);
+  if (!reading_ || parked_ || IsStopped()) return false;
+  MarkStopped(StopCause::kOwner);
+  return true;
+}
+
 void Connection::Stop(StopCause cause) {
+  if (cause == StopCause::kOwner && StopBehindTheAnswer()) return;
   bool isOurs = false;
   {
     const MutexLock lock(sendLock_);
-    broken_ = true;
-    queue_.reset();
-    hasQueue_ = false;
+    Break();
     isOurs = parked_;
     parked_ = false;
   }
   {
     const MutexLock lock(lock_);
-    if (!IsStopped()) {
-      cause_ = cause;
-      stop_ = true;
-      for (Waiter* waiter = waiters_; waiter != nullptr; waiter = waiter->next) {
-        waiter->wake.NotifyOne();
-      }
-    }
+    MarkStopped(cause);
     if (!reading_) {
       reading_ = true;
       isOurs = true;
     }
   }
-  ShutdownBoth(socket_);
-  if (isOurs) Finish();
+  if (isOurs) {
+    Finish();
+  } else {
+    ShutdownBoth(socket_);
+  }
 }
 
 bool Connection::TellsLoss() const noexcept ZN_NO_THREAD_SAFETY_ANALYSIS {
@@ -192,6 +215,11 @@ void Connection::TellLoss() {
 // Holding the role, for good.
 void Connection::Finish() {
   const std::shared_ptr<Connection> self = shared_from_this();
+  {
+    const MutexLock lock(sendLock_);
+    Break();
+  }
+  ShutdownBoth(socket_);
   owner_->Manager().Threads().Set().Remove(socket_);
   if (TellsLoss()) TellLoss();
   owner_->Manager().RemoveConnection(id_);

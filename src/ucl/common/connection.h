@@ -7,7 +7,8 @@
 //
 // Ending: Stop marks the connection and shuts the socket down, which wakes whoever reads; the
 // holder of the role then finishes it (takes it off the poller and the manager's table, tells the
-// loss). Where nobody holds the role, the stopper takes it and finishes. The descriptor is closed
+// loss). Where nobody holds the role, the stopper takes it and finishes. A server that is closed
+// lets a request that is being served have its answer first. The descriptor is closed
 // by the destructor, that is by the last reference, and by nothing else.
 //
 // Locks: sendLock_ (what is to be sent), then lock_ (the role, the waiters). Both are held for
@@ -89,6 +90,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void ServeInput(u32 events);
   [[nodiscard]] bool HasMoreInput(u32* events);
   void LeaveRole();
+  void Break() ZN_REQUIRES(sendLock_);
+  void MarkStopped(StopCause cause) ZN_REQUIRES(lock_);
+  [[nodiscard]] bool StopBehindTheAnswer();
   void Finish();
   [[nodiscard]] bool TellsLoss() const noexcept;
   void TellLoss();

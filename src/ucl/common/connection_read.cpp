@@ -51,6 +51,7 @@ u32 Connection::FrameLimit() const noexcept {
 }
 
 Connection::ReadEnd Connection::ReadUntilDrained(bool untilEnd) {
+  if (IsStopped()) return ReadEnd::kStopped;
   if (!leftover_.empty()) {
     const ReadEnd end = ProcessLeftover();
     if (end != ReadEnd::kMore) return end;
@@ -105,8 +106,8 @@ Connection::ReadEnd Connection::ProcessInput(const u8* at, const u8* end) {
       return ReadEnd::kStopped;
     }
     HandleFrame(frame);
-    if (IsStopped()) return ReadEnd::kStopped;
     if (hasQueue_ && Park(at, end)) return ReadEnd::kParked;
+    if (IsStopped()) return ReadEnd::kStopped;
   }
   return ReadEnd::kMore;
 }
@@ -126,7 +127,7 @@ bool Connection::Park(const u8* at, const u8* end) {
   {
     const MutexLock lock(sendLock_);
     // Once it is set, another thread may go on with the connection at any time.
-    if (queue_ != nullptr && queue_->Answers() > 0 && !broken_) {
+    if (queue_ != nullptr && queue_->Answers() > 0 && !broken_ && !IsStopped()) {
       parked_ = true;
       return true;
     }

@@ -4,6 +4,7 @@
 #include "ucl/common/connection.h"
 
 #include <new>
+#include <utility>
 
 #include "support/common/trace.h"
 #include "ucl/common/connection_parts.h"
@@ -83,8 +84,8 @@ bool Connection::QueueRest(Outgoing& frame) {
   const auto head = KeepCopy(frame.head, kFrameHeaderSize);
   std::shared_ptr<const void> payload;
   if (frame.ownership == Ownership::kTake) {
-    payload = KeepBlock(const_cast<void*>(frame.payload));
-    frame.payload = nullptr;
+    // Handed over before: where there is no memory to keep it, it is freed in there.
+    payload = KeepBlock(const_cast<void*>(std::exchange(frame.payload, nullptr)));
   } else if (frame.ownership == Ownership::kCopy && frame.header.length != 0) {
     payload = KeepCopy(frame.payload, frame.header.length);
     if (payload == nullptr) return false;

@@ -66,6 +66,13 @@ class BlockReader {
 
 }  // namespace
 
+void WipeText(std::u16string* text) noexcept {
+  text->resize(text->capacity());  // what is short lies in the string itself, and stays there
+  volatile char16_t* at = text->data();
+  for (size_t i = 0; i < text->size(); ++i) at[i] = 0;
+  text->clear();
+}
+
 u32 BuildCredentialBlock(std::string_view challenge, const Credentials& credentials,
                          std::vector<u8>* block) {
   if (challenge.size() < kCuts.back()) return ZNE_UNEXPECTED;
@@ -88,8 +95,8 @@ u32 ReadCredentialBlock(const void* block, u32 length, std::string_view challeng
                         Credentials* credentials) {
   if (block == nullptr || length < kLeastChallengeLength) return ZNE_UNEXPECTED;
   BlockReader reader(block, length);
-  Credentials found;
-  const auto fields = Fields(found);
+  SecretCredentials found;
+  const auto fields = Fields<Credentials>(found);
   std::string joined;
   size_t from = 0;
   for (size_t i = 0; i < kCuts.size(); ++i) {
@@ -98,7 +105,7 @@ u32 ReadCredentialBlock(const void* block, u32 length, std::string_view challeng
   }
   if (!reader.Rest(&joined)) return ZNE_UNEXPECTED;
   if (joined.size() > kMostChallengeLength || joined != challenge) return ZNE_UNEXPECTED;
-  *credentials = std::move(found);
+  *credentials = std::move(static_cast<Credentials&>(found));
   return ZN_OK;
 }
 

@@ -25,13 +25,27 @@ struct Credentials {
   std::u16string fourth;
 };
 
+// Overwrites a text, with the room behind it, and makes it empty.
+void WipeText(std::u16string* text) noexcept;
+
+// Credentials that leave nothing secret behind, whatever becomes of them.
+struct SecretCredentials : Credentials {
+  SecretCredentials() = default;
+  ~SecretCredentials() {
+    WipeText(&user);  // may be the secret of the shared memory
+    WipeText(&password);
+  }
+  SecretCredentials(const SecretCredentials&) = delete;
+  SecretCredentials& operator=(const SecretCredentials&) = delete;
+};
+
 // `challenge` has at least 448 bytes (ZNE_UNEXPECTED).
 [[nodiscard]] u32 BuildCredentialBlock(std::string_view challenge, const Credentials& credentials,
                                        std::vector<u8>* block);
 
 // Takes a block of anybody apart. ZNE_UNEXPECTED when it is shorter than 512 bytes, when a count
 // says more than the block has, when the pieces joined exceed 2048 bytes, or when they are not
-// `challenge`. The outputs are written on success only.
+// `challenge`. The outputs are written on success only; nothing else is left of the texts.
 [[nodiscard]] u32 ReadCredentialBlock(const void* block, u32 length, std::string_view challenge,
                                       Credentials* credentials);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 
 namespace zn {
 
@@ -9,6 +10,8 @@ namespace {
 
 // Deadlines that lie close together are looked at together.
 constexpr i64 kLeastTimerMs = 20;
+// Until another look at them where there was no memory for one.
+constexpr u32 kTimerRetryMs = 500;
 
 }  // namespace
 
@@ -87,9 +90,9 @@ u32 UclManager::NextConnectionId() noexcept {
 }
 
 void UclManager::AddConnection(const std::shared_ptr<Connection>& connection) {
-  connection->Owner().ConnectionAdded();
   const MutexLock lock(connectionLock_);
   connections_[connection->Id()] = connection;
+  connection->Owner().ConnectionAdded();
 }
 
 void UclManager::RemoveConnection(u32 connectionId) {
@@ -169,7 +172,11 @@ void UclManager::OnTimer() {
 void UclManager::OnEvent(const PollEvent& event) {
   UclManager& manager = Get();
   if (event.key == kTimerKey) {
-    manager.OnTimer();
+    try {
+      manager.OnTimer();
+    } catch (const std::bad_alloc&) {  // no deadline is forgotten for it
+      manager.RequestTimer(kTimerRetryMs);
+    }
     return;
   }
   const u32 id = static_cast<u32>(event.key);

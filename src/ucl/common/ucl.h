@@ -104,9 +104,9 @@ u32 UCLCleanup();
 // Accepts no more connections; returns when a connect callback that runs for a new one has ended.
 // 0, ZNE_TIMED_OUT after `timeoutMs`, UCLE_OBJECT_NOT_FOUND. The connections stay.
 u32 UCLStopAccepting(u32 server, u32 timeoutMs);
-// Stops listening and disconnects every connection, without telling their loss; returns when no
-// callback of them runs any more (its caller's own apart). The handle stays valid until UCLCleanup.
-// 0 or UCLE_OBJECT_NOT_FOUND.
+// Stops listening and disconnects every connection, untold, behind the answer of a request that is
+// being served; returns when no callback of them runs any more (its caller's own apart). The handle
+// stays valid until UCLCleanup. 0 or UCLE_OBJECT_NOT_FOUND.
 u32 UCLCloseServer(u32 server);
 // Ends one connection of a server and tells its loss. Returns when no callback of the connection
 // runs any more; called from one, at once: the connection then ends when that callback returns.

@@ -1,5 +1,6 @@
 #include "ucl/common/workers.h"
 
+#include <new>
 #include <system_error>
 
 #include "support/common/platform.h"
@@ -45,16 +46,19 @@ void Workers::Stop() {
 }
 
 bool Workers::AddThread() {
-  const auto self = threads_.emplace(threads_.end());
   total_.fetch_add(1);
   try {
+    Threads added(1);
+    const auto self = added.begin();
     *self = std::thread([this, self] { Run(self); });
+    threads_.splice(threads_.end(), added);
     return true;
   } catch (const std::system_error& error) {
     SetLastFailure(static_cast<u32>(error.code().value()));
+  } catch (const std::bad_alloc&) {
+    SetLastFailure(static_cast<u32>(std::errc::not_enough_memory));
   }
   total_.fetch_sub(1);
-  threads_.erase(self);
   return false;
 }
 

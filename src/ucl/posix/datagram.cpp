@@ -57,6 +57,10 @@ bool DatagramSocket::EnableBroadcast() {
 }
 
 bool DatagramSocket::Bind(u32 address, u32 port) {
+  if (port > 0xFFFF) {  // it would be cut to another one
+    SetLastFailure(EINVAL);
+    return false;
+  }
   const sockaddr_in name = MakeAddress(address, port);
   return Succeeded(bind(socket_, reinterpret_cast<const sockaddr*>(&name), sizeof(name)) == 0);
 }

@@ -33,6 +33,13 @@ void KeepError() noexcept {
   SetLastFailure(static_cast<u32>(errno));
 }
 
+// A number that is none would be cut to another port.
+bool IsPort(u32 port) noexcept {
+  if (port <= 0xFFFF) return true;
+  SetLastFailure(EINVAL);
+  return false;
+}
+
 sockaddr_in MakeAddress(u32 address, u32 port) noexcept {
   sockaddr_in name{};
   name.sin_family = AF_INET;
@@ -105,6 +112,10 @@ u32 OpenStream() {
 
 int ConnectWithTimeout(u32 socket, u32 address, u32 port, u32 timeoutMs) {
   const int fd = Fd(socket);
+  if (!IsPort(port)) {
+    close(fd);
+    return -1;
+  }
   const sockaddr_in peer = MakeAddress(address, port);
   SetBlocking(fd, false);
   bool connected = connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof(peer)) == 0;
@@ -122,6 +133,7 @@ int ConnectWithTimeout(u32 socket, u32 address, u32 port, u32 timeoutMs) {
 }
 
 int BindAny(u32 socket, u32 address, u32 port) {
+  if (!IsPort(port)) return -1;
   const int on = 1;
   setsockopt(Fd(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
   const sockaddr_in name = MakeAddress(address, port);

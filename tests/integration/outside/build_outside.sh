@@ -19,9 +19,27 @@ cp -r "$source_tree/tests/integration/outside/reader" "$work/reader"
 for file in share/znmira/settings.toml lib/libznmira.so.3 include/zn/znmira.h \
   lib/znmira/providers/libexample.so include/zn/formalization_dtd.h \
   share/znmira/schemas/mira_formalization.dtd share/znmira/schemas/znsvc_alerts.xml \
-  lib/znmira/catalogs/znmira.de.txt lib/znmira/catalogs/hostinv.en.txt; do
+  lib/znmira/catalogs/znmira.de.txt lib/znmira/catalogs/hostinv.en.txt bin/znctl bin/znsvc \
+  share/znmira/access.example.toml share/doc/znmira/znsvc.md; do
   [ -e "$prefix/$file" ] || { echo "not installed: $file"; exit 1; }
 done
+
+# The service as a package has it: unit, logon rules and folders where the host looks, naming the
+# places of the prefix, whatever folder the files were staged in.
+echo "--- package"
+DESTDIR=$work/staged "$cmake" --install "$build_tree" --prefix /usr >"$work/staged.log"
+unit=$work/staged/usr/lib/systemd/system/znsvc.service
+grep -qx 'ExecStart=/usr/bin/znsvc' "$unit"
+grep -qx 'Documentation=file:/usr/share/doc/znmira/znsvc.md' "$unit"
+grep -q '^d /usr/lib/znmira/Logs ' "$work/staged/usr/lib/tmpfiles.d/znsvc.conf"
+grep -q '^auth ' "$work/staged/usr/lib/pam.d/znsvc"
+grep -qx 'InstallDir = "/usr/lib/znmira"' "$work/staged/usr/share/znmira/settings.toml"
+
+# The sample settings are good, with the example of access lists behind them; what they name is
+# there, wherever the prefix went.
+cat "$prefix/share/znmira/settings.toml" "$prefix/share/znmira/access.example.toml" |
+  sed "s|$work/first|$prefix|" >"$work/service.toml"
+"$prefix/bin/znsvc" --check --settings "$work/service.toml"
 
 # Runs a client with a settings file of its own that loads one provider.
 Run() {  # Run NAME CLIENT PROVIDER-LIBRARY

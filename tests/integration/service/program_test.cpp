@@ -49,6 +49,39 @@ TEST(ServiceProgram, EndsWhenTheStartFailsAndSaysWhereToLook) {
   EXPECT_THAT(service.Output(), AllOf(HasSubstr("the start failed: 0x"), HasSubstr("--check")));
 }
 
+TEST(ServiceProgram, ListensNowhereWhenItsAddressIsNoText) {
+  ServiceProcess service;
+  for (const char* value : {"7", "['127.0.0.1']", "true", "{ address = '127.0.0.1' }"}) {
+    SCOPED_TRACE(value);
+    WriteFile(service.SettingsFile(), "InstallDir = '" + service.Folder().Path() +
+                                          "'\nBindAddress = " + value +
+                                          "\n[ProviderGroup]\n[Providers]\n");
+    EXPECT_EQ(service.RunToEnd({"--port", "0"}), 1);
+    EXPECT_THAT(service.Output(), HasSubstr("BindAddress must be a text; znsvc --check"));
+    EXPECT_EQ(service.RunToEnd({"--check"}), 1);
+    EXPECT_THAT(service.Output(), HasSubstr(":2: error: BindAddress must be a text"));
+  }
+}
+
+TEST(ServiceProgram, ListensNowhereWhenItsAddressIsNotOfThisMachine) {
+  ServiceProcess service;
+  std::string settings = ReadFile(service.SettingsFile());
+  settings.replace(settings.find("127.0.0.1"), 9, "198.51.100.7");
+  WriteFile(service.SettingsFile(), settings);
+  EXPECT_EQ(service.RunToEnd({"--port", "0"}), 1);
+  EXPECT_EQ(service.RunToEnd({"--port", "2148"}), 1);
+  EXPECT_THAT(service.Output(), HasSubstr("TCP 198.51.100.7:2148: "));
+}
+
+TEST(ServiceProgram, EndsWithoutASettingsFile) {
+  ServiceProcess service;
+  std::filesystem::remove(service.SettingsFile());
+  EXPECT_EQ(service.RunToEnd({"--port", "0"}), 1);
+  EXPECT_THAT(service.Output(), HasSubstr("the start failed: 0x"));
+  EXPECT_EQ(service.RunToEnd({"--check"}), 1);
+  EXPECT_THAT(service.Output(), HasSubstr("1 errors, 0 warnings"));
+}
+
 TEST(ServiceProgram, AcceptsAnyPasswordOnlyWhenToldAndOnlyOnALoopbackAddress) {
   {
     ServiceProcess service;
@@ -186,6 +219,13 @@ TEST(ServiceCheck, SaysWhatIsWrongAndWhere) {
     EXPECT_EQ(service.RunToEnd({"--check"}), 1);
     EXPECT_THAT(service.Output(), HasSubstr(Fill(row.told, service.Folder().Path())));
   }
+}
+
+TEST(ServiceCheck, TakesAWarningForNoError) {
+  ServiceProcess service("Unheard = 1\n");
+  EXPECT_EQ(service.RunToEnd({"--check"}), 0);
+  EXPECT_THAT(service.Output(), AllOf(HasSubstr(":3: warning: Unheard is not known to the service"),
+                                      HasSubstr(": 0 errors, ")));
 }
 
 TEST(ServiceCheck, FindsADamagedCatalog) {

@@ -132,6 +132,27 @@ TEST_F(Slots, TheStopLetsTheThirtyThirdGo) {
   waiter.join();
 }
 
+TEST_F(Slots, AreWaitedForAsLongAsThePatienceLasts) {
+  std::atomic<bool> ticks = false;  // a second with each look
+  AuthSlots slots([&] { return ticks ? ++now_ : now_.load(); });
+  ASSERT_TRUE(slots.Create(Name()));
+  for (int i = 0; i < 32; ++i) ASSERT_EQ(slots.PrepForLogon(2, nullptr, nullptr), ZN_OK);
+  ticks = true;
+  std::atomic<bool> done = false;
+  std::thread waiter([&] {
+    u32 slot = 99;
+    EXPECT_EQ(slots.PrepForLogon(2, nullptr, &slot, 5), ZNE_TIMED_OUT);
+    EXPECT_EQ(slot, 99u);
+    done = true;
+  });
+  while (!done) {
+    slots.Wake();
+    std::this_thread::yield();
+  }
+  waiter.join();
+  EXPECT_EQ(now_, 1006u) << "four seconds before the first is free";
+}
+
 TEST_F(Slots, NeverMatchTheGuidOfZeros) {
   EXPECT_EQ(slots_.LogonUsingAuthTokens(u"{00000000-0000-0000-0000-000000000000}"), ZNE_TIMED_OUT);
 }

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/unit/service/service_fixture.h"
+#include "tests/unit/support/descriptors.h"
 
 namespace zn::test {
 
@@ -59,8 +60,8 @@ class Listener : public ServiceTest {
     ASSERT_TRUE(free.Bind(kLoopback, 0));
     port_ = free.Port();
   }
-  void StartListener() {
-    listener_ = std::make_unique<BroadcastListener>(*server_);
+  void StartListener(const HostNames& names = {}) {
+    listener_ = std::make_unique<BroadcastListener>(*server_, names);
     ASSERT_TRUE(listener_->Start("127.0.0.1", port_));
   }
   void TearDown() override {
@@ -137,8 +138,19 @@ TEST_F(Listener, SaysThatItsPortIsTaken) {
   ASSERT_TRUE(other.Bind(kLoopback, port_));
   const TraceCapture trace(6);
   StartListener();
-  listener_->Stop();
+  EXPECT_TRUE(listener_->Stop(kPatienceMs));
   EXPECT_THAT(trace.Messages(), ElementsAre("Bind failed for BroadcastListener"));
+}
+
+TEST_F(Listener, SaysThatItHasNoSocket) {
+  if (kChecksNeedDescriptors) GTEST_SKIP() << "the sanitizer opens pipes for its own checks";
+  const TraceCapture trace(6);
+  {
+    const FewDescriptors few(0);
+    StartListener();
+  }
+  EXPECT_TRUE(listener_->Stop(kPatienceMs));
+  EXPECT_THAT(trace.Messages(), ElementsAre("BroadcastListener: Socket creation failed"));
 }
 
 TEST_F(Listener, SaysThatItListensAndWhomItAnswers) {
@@ -146,7 +158,7 @@ TEST_F(Listener, SaysThatItListensAndWhomItAnswers) {
   StartListener();
   SendDatagram(kDiscover);
   static_cast<void>(Receive());
-  listener_->Stop();
+  EXPECT_TRUE(listener_->Stop(kPatienceMs));
   EXPECT_TRUE(trace.Has("Bind successful for BroadcastListener"));
   EXPECT_TRUE(trace.Has("Command received by BroadcastListener from client: 127.0.0.1"));
   EXPECT_TRUE(trace.Has("Sent response to 127.0.0.1 from BroadcastListener"));
@@ -155,8 +167,78 @@ TEST_F(Listener, SaysThatItListensAndWhomItAnswers) {
 TEST_F(Listener, StopsAtOnce) {
   StartListener();
   const auto begin = std::chrono::steady_clock::now();
-  listener_->Stop();
+  EXPECT_TRUE(listener_->Stop(kPatienceMs));
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+}
+
+// --- A host that does not know itself ----------------------------------------------------------
+
+bool Nameless(std::string*) {
+  return false;
+}
+bool Unknown(const std::string&, std::string*, std::vector<u32>*) {
+  return false;
+}
+bool WithoutAddress(const std::string& name, std::string* officialName, std::vector<u32>*) {
+  *officialName = name;
+  return true;
+}
+bool WithALongName(const std::string&, std::string* officialName, std::vector<u32>*) {
+  *officialName = std::string(4000, 'h');
+  return true;
+}
+
+struct NameCase {
+  HostNames names;
+  const char* trace;
+};
+TEST_F(Listener, AnswersNoDiscoveryItCannotAnswer) {
+  const NameCase cases[] = {
+      {{Nameless, LookUpHost}, "gethostname() failed in BroadcastListener "},
+      {{GetLocalHostName, Unknown}, "gethostbyname() failed in BroadcastListener "},
+      {{GetLocalHostName, WithALongName}, "Send to 127.0.0.1 failed from BroadcastListener"},
+  };
+  for (const NameCase& row : cases) {
+    SCOPED_TRACE(row.trace);
+    const TraceCapture trace(4);
+    StartListener(row.names);
+    SendDatagram(kDiscover);
+    SendDatagram(kPing);
+    EXPECT_EQ(Receive(), std::string("\x01\0\0\x7F", 4)) << "the answer to the ping behind it";
+    EXPECT_THAT(trace.Messages(), ElementsAre(row.trace));
+    listener_.reset();
+  }
+}
+
+Gate lookUpEntered;
+Gate lookUpGoesOn;
+bool Slow(const std::string&, std::string*, std::vector<u32>*) {
+  lookUpEntered.Open();
+  EXPECT_TRUE(lookUpGoesOn.Wait());
+  return false;
+}
+TEST_F(Listener, IsNotWaitedForLongerThanTold) {
+  StartListener({GetLocalHostName, Slow});
+  SendDatagram(kDiscover);
+  ASSERT_TRUE(lookUpEntered.Wait());
+  EXPECT_FALSE(listener_->Stop(10));
+  lookUpGoesOn.Open();
+  EXPECT_TRUE(listener_->Stop(kPatienceMs));
+  EXPECT_TRUE(listener_->Stop(kPatienceMs)) << "there is nothing left to stop";
+}
+
+TEST(PingToken, IsNothingOnAHostThatDoesNotKnowItself) {
+  const NameCase cases[] = {
+      {{Nameless, LookUpHost}, "gethostname failed in CreatePingToken"},
+      {{GetLocalHostName, Unknown}, "gethostbyname failed in CreatePingToken"},
+      {{GetLocalHostName, WithoutAddress}, "gethostbyname failed in CreatePingToken"},
+  };
+  for (const NameCase& row : cases) {
+    SCOPED_TRACE(row.trace);
+    const TraceCapture trace(6);
+    EXPECT_EQ(CreatePingToken(row.names), 0u);
+    EXPECT_THAT(trace.Messages(), ElementsAre(row.trace));
+  }
 }
 
 TEST(PingToken, IsAnAddressOfThisHost) {

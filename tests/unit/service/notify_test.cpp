@@ -195,6 +195,21 @@ TEST_F(Notify, TracesWhatItSendsWhenItsTraceIsOn) {
                                             "SendThread sending 2 notifications to 2 clients"));
 }
 
+TEST_F(Notify, TracesWhatItSendsAtTheLowestLevelAlone) {
+  TraceFlagRow table[] = {{u"Dispatch", 0}, {u"Notify", 1}, {u"", 0}};
+  server_->traces.Use(table);
+  Listen();
+  EventRecord record{};
+  record.size = sizeof(EventRecord);
+  record.topic = "a.topic";
+  const TraceCapture trace(2);
+  server_->sender.ChangeNotify(Change());
+  EXPECT_TRUE(server_->sender.EventNotify(record));
+  server_->sender.RunRound();
+  EXPECT_EQ(SentTo(1).size(), 2u);
+  EXPECT_THAT(trace.Messages(), IsEmpty());
+}
+
 TEST_F(Notify, AnEmptyRoundDoesNothing) {
   Listen();
   server_->sender.RunRound();

@@ -183,6 +183,14 @@ TEST_F(Session, ChoosesTheWayOfTheLogon) {
   }
 }
 
+TEST_F(Session, NoOfferWaitsForASlotLongerThanItsClientMay) {
+  MakeSharedMemory();
+  for (int i = 0; i < 32; ++i) ASSERT_EQ(server_->slots.PrepForLogon(2, nullptr, nullptr), ZN_OK);
+  server_->options.logonTimeoutSeconds = 1;
+  Connect();
+  EXPECT_EQ(Send(Offer(2)).Result(), ZNE_TIMED_OUT);
+}
+
 TEST_F(Session, TellsWhichOptionIsMissing) {
   Connect();
   for (const char* name : {"Version", "Encryption", "Compression", "Authentication", "Data"}) {

@@ -121,7 +121,7 @@ TEST(SharedMemory, FailuresAreTraced) {
   shm_unlink(empty.c_str());
   ZnHandle handle = nullptr;
   EXPECT_EQ(ZnCreateShMem(std::string(300, 'n').c_str(), 10, &handle), nullptr);
-  EXPECT_TRUE(trace.Has("ZnCreateShMem: Error in creating shmem. Errno is 22")) << trace.Text();
+  EXPECT_TRUE(trace.Has("ZnCreateShMem: Create mapping object. Errno is 22")) << trace.Text();
   EXPECT_EQ(handle, nullptr);
 }
 

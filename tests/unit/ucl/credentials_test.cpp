@@ -109,6 +109,19 @@ TEST(CredentialBlock, ShorterThan512BytesIsRefused) {
   EXPECT_EQ(ReadCredentialBlock(nullptr, 600, c, &found), ZNE_UNEXPECTED);
 }
 
+TEST(CredentialBlock, WipedTextsLeaveNothing) {
+  for (const size_t length : {size_t{0}, size_t{3}, size_t{7}, size_t{100}}) {
+    std::u16string text(length, u'x');
+    const char16_t* place = text.data();
+    const size_t room = text.capacity();
+    WipeText(&text);
+    EXPECT_TRUE(text.empty());
+    ASSERT_EQ(text.data(), place);
+    ASSERT_EQ(text.capacity(), room);
+    for (size_t i = 0; i < room; ++i) EXPECT_EQ(place[i], u'\0') << i;
+  }
+}
+
 TEST(CredentialBlock, NeedsAChallengeOf448Bytes) {
   std::vector<u8> block{1, 2, 3};
   EXPECT_EQ(BuildCredentialBlock(Challenge(447), kUser, &block), ZNE_UNEXPECTED);

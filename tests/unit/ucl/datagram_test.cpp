@@ -59,6 +59,12 @@ TEST(Datagram, BroadcastMustBeAllowed) {
   EXPECT_TRUE(socket.EnableBroadcast());
 }
 
+TEST(Datagram, APortBeyondTheLastIsNone) {
+  DatagramSocket socket;
+  ASSERT_TRUE(socket.Open());
+  EXPECT_FALSE(socket.Bind(kAnyAddress, 65536 + 4711));
+}
+
 TEST(Datagram, BusyPortIsRefused) {
   DatagramSocket one;
   DatagramSocket two;

@@ -207,30 +207,32 @@ TEST_F(UclServer, DisconnectOfAPeerTellsItsLossOnce) {
   EXPECT_EQ(server.recorder.LostCount(), 1u);
 }
 
-TEST_F(UclServer, ClosingTellsNoLossAndWaitsForCallbacks) {
+TEST_F(UclServer, ClosingTellsNoLossAndLetsTheRequestThatRunsHaveItsAnswer) {
   TestServer server;
   Signal entered;
   Signal leave;
   std::atomic<bool> left{false};
-  server.recorder.onData = [&](const DataCall&, std::string*) {
+  server.recorder.onData = [&](const DataCall& call, std::string* answer) {
     entered.Set();
     EXPECT_TRUE(leave.Wait());
     left = true;
+    *answer = call.data;
     return 0u;
   };
   const BarePeer busy = BarePeer::ConnectTo(server.port);
   const BarePeer idle = BarePeer::ConnectTo(server.port);
   ASSERT_TRUE(server.recorder.WaitForConnected(2));
   EXPECT_TRUE(Eventually([] { return Connections() == 2; }));
-  busy.Send(FrameBytes(2, 1, ""));
+  busy.Send(FrameBytes(2, 1, "first") + FrameBytes(2, 2, "behind"));
   ASSERT_TRUE(entered.Wait());
   std::thread closing([&] {
     EXPECT_EQ(UCLCloseServer(server.handle), 0u);
     EXPECT_TRUE(left);
   });
-  EXPECT_TRUE(busy.IsClosedByPeer());
   EXPECT_TRUE(idle.IsClosedByPeer());
   leave.Set();
+  EXPECT_EQ(busy.ReceiveFrame().payload, "first");
+  EXPECT_TRUE(busy.IsClosedByPeer()) << "nothing more is taken";
   closing.join();
   EXPECT_EQ(server.recorder.LostCount(), 0u);
 }

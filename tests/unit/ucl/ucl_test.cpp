@@ -1,9 +1,8 @@
 // The operations: their checks, statuses and traces.
 #include "ucl/common/ucl.h"
 
-#include <sys/resource.h>
-
 #include "tests/unit/framework/trace_capture.h"
+#include "tests/unit/support/descriptors.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/manager.h"
 
@@ -99,6 +98,22 @@ TEST_F(UclOperations, ServerOnABusyPortFailsInBinding) {
   EXPECT_EQ(handle, 5u);
 }
 
+TEST_F(UclOperations, APortBeyondTheLastIsNone) {
+  const TraceCapture trace;
+  u32 handle = 0;
+  EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, 65536 + 4711),
+            UCLE_SOCKET_ERROR);
+  EXPECT_TRUE(trace.Has("Server::Create(), socket error in binding. err code = 16"));  // EINVAL
+  const BareListener listener;
+  u32 client = 0;
+  ASSERT_EQ(UCLCreateClient(&client, nullptr, Recorder::Data, nullptr, 65536 + listener.Port()),
+            0u);
+  u32 address = 0;
+  u32 id = 0;
+  EXPECT_EQ(UCLConnect(client, "127.0.0.1", &address, &id), UCLE_SOCKET_ERROR);
+  EXPECT_TRUE(trace.Has("Socket error when connecting server. err code = 16"));
+}
+
 TEST_F(UclOperations, ServerOnAForeignAddressFailsInBinding) {
   UclServerOptions options;
   options.freePort = true;
@@ -107,29 +122,6 @@ TEST_F(UclOperations, ServerOnAForeignAddressFailsInBinding) {
   EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, 0, &options),
             UCLE_SOCKET_ERROR);
 }
-
-// Takes all descriptors but so many for as long as it lives.
-class FewDescriptors {
- public:
-  explicit FewDescriptors(int left) {
-    getrlimit(RLIMIT_NOFILE, &old_);
-    const int next = dup(0);
-    close(next);
-    rlimit few = old_;
-    few.rlim_cur = static_cast<rlim_t>(next + left);
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  }
-  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &old_); }
-
- private:
-  rlimit old_{};
-};
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kChecksNeedDescriptors = true;
-#else
-constexpr bool kChecksNeedDescriptors = false;
-#endif
 
 TEST_F(UclOperations, ServerWithoutDescriptorsFailsInCreate) {
   if (kChecksNeedDescriptors) GTEST_SKIP() << "the sanitizer opens pipes for its own checks";
