@@ -1,10 +1,13 @@
 // The watch over servers, with a UDP socket in place of the server and a clock that the test turns.
 #include "clientsvc/common/csmanager.h"
 
+#include <sys/resource.h>
+
 #include <atomic>
 
 #include "framework/common/znstream/znstream.h"
 #include "support/common/status.h"
+#include "tests/unit/framework/trace_capture.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/datagram.h"
 
@@ -73,6 +76,22 @@ TEST_F(Watching, BeforeItsStartNothingIsKept) {
   CSManagerActivate(1, 0);
   CSManagerRemoveServer(&one_);
   CSManagerShutdown();
+}
+
+TEST_F(Watching, NeedsASocket) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  {
+    const TraceCapture traces(6);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const u32 status = CSManagerStartup();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(status, ZNE_UNEXPECTED);
+    EXPECT_TRUE(traces.Has("CSManagerStartup: Socket creation failed"));
+  }
+  EXPECT_FALSE(CSManagerRuns());
+  EXPECT_EQ(CSManagerStartup(), ZN_OK) << "another try may succeed";
 }
 
 TEST_F(Watching, StartsOnce) {
