@@ -370,6 +370,24 @@ TEST_F(RemoteCopyTest, ACallIsForwardedWithAllItsWords) {
   EXPECT_TRUE(DestroyPropertySet(out));
 }
 
+TEST_F(RemoteCopyTest, ACallThatFailsLeavesNoIds) {
+  Warm();
+  const ObjectId object = Make();
+  ASSERT_EQ(ObRegisterInterface(nullptr, object, first_->Handle(), &kShownInterface), ZN_OK);
+  onCall = [](PropertySet&, ObjectId*, ObjectId*, PropertySet*) -> u32 {
+    return UCLW_SOCKET_DISCONNECTED;
+  };
+  const ZnHandle set = WrapPropertySet(PropertySet());
+  ObjectId provider = TestGuid(1);
+  ObjectId task = TestGuid(2);
+  EXPECT_EQ(PrCallDispatch(copy_, object, &kShownInterface, 3, 4, set, set, ZN_CALL_ASYNCHRONOUS, 0,
+                           nullptr, nullptr, &provider, &task),
+            UCLW_SOCKET_DISCONNECTED);
+  EXPECT_EQ(provider, ObjectId{});
+  EXPECT_EQ(task, ObjectId{});
+  EXPECT_TRUE(DestroyPropertySet(set));
+}
+
 TEST_F(RemoteCopyTest, ACallNeedsObjectInterfaceAndProvider) {
   Warm();
   const ObjectId object = Make();
