@@ -9,7 +9,8 @@
  * A session is over when its connection is lost. What would ask the server then answers
  * ZNE_INVALID_ARGUMENTS, and ZNE_OBJECT_NOT_FOUND for an object that is not in the copy; what the
  * copy holds can still be read; the application deletes the session and makes another. Nothing
- * connects anew by itself. Who registered (ClRegisterClient) hears of the loss by the Shutdown slot.
+ * connects anew by itself. Who registered (ClRegisterClient) hears of the loss by the Shutdown
+ * slot.
  *
  * All functions may be called from any thread. None of them may be called from a provider's
  * Shutdown slot on the session that is ending. A bad pointer and a handle that is none are refused
@@ -119,8 +120,8 @@ ZN_API u32 ClCreateDatabaseEx(const ClConnectInfo* connect, const ClLogonInfo* l
 /* The older form. With `connect` it connects and negotiates, and ClLogon has to follow. Without, it
  * logs on through shared memory ("Logon failed" goes to the standard output when that fails); where
  * the server wants a password the result is the warning ZNW_SHMEM_LOGIN_FAILED, with a session that
- * waits for ClLogon, and any other result is a failure. `*handle` is null from the start of the call
- * and after a failure. Statuses otherwise as those of ClCreateDatabaseEx. */
+ * waits for ClLogon, and any other result is a failure. `*handle` is null from the start of the
+ * call and after a failure. Statuses otherwise as those of ClCreateDatabaseEx. */
 ZN_API u32 ClCreateDatabase(const ClConnectInfo* connect, ClientHandle** handle,
                             ZnHandle* database);
 
@@ -135,7 +136,8 @@ ZN_API u32 ClDisconnect(ClientHandle* handle, u32 reserved1, u32 reserved2);
 
 /* Ends a session, its copy and its handle, also after the connection was lost. `database` is not
  * looked at but must not be null. ZNE_INVALID_ARGUMENTS for a session that is closed. Waits for
- * calls of other threads that are waiting for this server, which end with UCLW_SOCKET_DISCONNECTED. */
+ * calls of other threads that are waiting for this server, which end with UCLW_SOCKET_DISCONNECTED.
+ */
 ZN_API u32 ClDeleteDatabase(ClientHandle* handle, ZnHandle database);
 
 /* Registers the application as a provider on its copy, as ZnRegisterAsProvider does, so that it can
@@ -156,8 +158,8 @@ ZN_API u32 ClEnumHosts(u32 flagMask, u32* count, ClHostInfo** hosts);
  * nothing was heard for `timeoutSeconds` (at most 3600), and no longer than twenty times that and a
  * second; with `immediately` a first time before it returns, which so takes at least
  * `timeoutSeconds`. The environment variable ZN_DISCOVERY names other places to ask: IPv4 addresses
- * with or without a port, with commas between them. Between ClStartup and ClShutdown only. Always 0;
- * nothing happens while it is enabled. */
+ * with or without a port, with commas between them. Between ClStartup and ClShutdown only. Always
+ * 0; nothing happens while it is enabled. */
 ZN_API u32 ClEnableHostDiscovery(u32 timeoutSeconds, u8 immediately);
 
 /* Stops looking; what was found stays. Always 0. */

@@ -125,8 +125,7 @@ bool ReadNumbersThere(Console& console, const Catalog& catalog, std::vector<u32>
   const int file = mkstemp(path.data());
   if (file < 0) return false;
   close(file);
-  const u32 status =
-      ClDownloadFile(client, ToUtf16(catalog.file).c_str(), ToUtf16(path).c_str());
+  const u32 status = ClDownloadFile(client, ToUtf16(catalog.file).c_str(), ToUtf16(path).c_str());
   const bool isRead = !ZN_FAILED(status) && ReadNumbers(path, numbers);
   std::remove(path.c_str());
   Check(status, fmt::format("fetch \"{}\"", Printable(catalog.file)));

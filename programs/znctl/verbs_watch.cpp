@@ -107,7 +107,8 @@ class Watch {
   // A new session, and what has changed meanwhile. False when the time is up or a signal came.
   bool TakeUpAgain() {
     const std::unique_ptr<Watcher> before = std::move(watcher_);
-    if (!console_.TakeUpAgain(deadline_, [this] { StopListening(); }, [this] { Listen(); })) {
+    if (!console_.TakeUpAgain(
+            deadline_, [this] { StopListening(); }, [this] { Listen(); })) {
       return false;
     }
     const std::optional<Id> was = only_;

@@ -230,8 +230,8 @@ std::vector<Sighting> Watcher::DifferencesFrom(const Watcher& earlier) const {
     }
     // Relatives have other ids too where the object has.
     const bool isSame = before->info.id == id;
-    for (const std::string_view kind : {"data.change", "flag.change", "interface.change",
-                                        "relation.child", "relation.parent"}) {
+    for (const std::string_view kind :
+         {"data.change", "flag.change", "interface.change", "relation.child", "relation.parent"}) {
       if (!isSame && kind.starts_with("relation.")) continue;
       Sighting sighting = FoundOut(kind, now.info, now.path);
       Compare(*before, now, &sighting);

@@ -1,6 +1,6 @@
 // Files of the server, and the catalogs among them. A file that was fetched stays in the user's
-// tree; a catalog is fetched where it is not there yet, and is never refreshed, so it takes its name
-// only when all of it is there.
+// tree; a catalog is fetched where it is not there yet, and is never refreshed, so it takes its
+// name only when all of it is there.
 #include "clientsvc/common/clientsession.h"
 
 #include <atomic>
@@ -55,10 +55,10 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 // The same under a name of its own first: a part of a file would be taken for the file for good.
 void WriteWholeFile(const std::string& path, std::string_view bytes) {
   static std::atomic<u32> number{0};
-  const std::string part = ToHostPath(path) + "." + std::to_string(CurrentThreadId()) + "." +
-                           std::to_string(++number);
-  const bool isDone = WriteFile(part, bytes) &&
-                      std::rename(part.c_str(), ToHostPath(path).c_str()) == 0;
+  const std::string part =
+      ToHostPath(path) + "." + std::to_string(CurrentThreadId()) + "." + std::to_string(++number);
+  const bool isDone =
+      WriteFile(part, bytes) && std::rename(part.c_str(), ToHostPath(path).c_str()) == 0;
   if (!isDone) static_cast<void>(std::remove(part.c_str()));
 }
 

@@ -103,9 +103,8 @@ class RemoteFollowing : public testing::Test {
     service_.Signal(SIGKILL);
     static_cast<void>(service_.WaitForEnd());
     for (const Following* following : followers) {
-      ASSERT_TRUE(Until([&] {
-        return following->Err().find("lost the connection") != std::string::npos;
-      }));
+      ASSERT_TRUE(
+          Until([&] { return following->Err().find("lost the connection") != std::string::npos; }));
     }
   }
   // Another process with the same port, and objects of its own.

@@ -728,8 +728,9 @@ TEST_F(RemoteCopyTest, WhatHasComeAnotherWayIsNotTakenBackToWhatItWas) {
 TEST_F(RemoteCopyTest, ATypeThatOvertakesTheAnswerWithAllTypesIsAppliedBehindIt) {
   beforeReply = [&] {
     TypeId("TEST_Late", "TEST_Thing");
-    EXPECT_EQ(ObRegisterInterfaceOnType(nullptr, "TEST_Special", first_->Handle(), &kShownInterface),
-              ZN_OK);
+    EXPECT_EQ(
+        ObRegisterInterfaceOnType(nullptr, "TEST_Special", first_->Handle(), &kShownInterface),
+        ZN_OK);
     Push(2);
   };
   EXPECT_EQ(List("KELD_Type").first, ZN_OK);

@@ -1,8 +1,8 @@
 // A client copy and its server: requests for objects, and what their answers bring. Whoever made
 // the copy carries the request (DatabaseCallbacks::forwardRequest) with the bus lock given up, so
 // the copy may be another one after each: changes that the server tells meanwhile are applied, and
-// those of objects that are not here are kept, to be applied behind an answer that brings them in an
-// older state.
+// those of objects that are not here are kept, to be applied behind an answer that brings them in
+// an older state.
 #include "framework/common/zncore/database.h"
 
 #include <algorithm>
