@@ -422,6 +422,8 @@ TEST_F(ClientSessionTest, AServerWithATokenIsWatchedOnceTheClientRegistered) {
   EXPECT_FALSE(CSManagerRuns()) << "the last one to go ends the watch";
   ZnFree(handle_);
   Forget();
+  ASSERT_EQ(LogOn(ZN_CONNECT_PING), ZN_OK);
+  EXPECT_TRUE(CSManagerFindServer(0x7f000001, &entry)) << "and the next one starts it anew";
 }
 
 TEST_F(ClientSessionTest, AServerWithoutATokenIsNotWatched) {
@@ -461,6 +463,19 @@ TEST_F(ClientSessionTest, StartsAreCounted) {
   EXPECT_EQ(ClStartup(), ZN_OK);
   EXPECT_EQ(ClShutdown(), ZN_OK);
   ASSERT_EQ(LogOn(), ZN_OK) << "the first start still holds";
+}
+
+TEST(ClientStarts, AStopWithoutItsStartMakesTheCountWrap) {
+  const ClConnectInfo nowhere{0, 1, "127.0.0.1", 0, 0, 0};
+  ClientHandle* handle = nullptr;
+  ZnHandle database = nullptr;
+  EXPECT_EQ(ClShutdown(), ZN_OK);
+  EXPECT_EQ(ClStartup(), ZN_OK) << "it makes up for the stop, and starts nothing";
+  EXPECT_EQ(ClCreateDatabase(&nowhere, &handle, &database), UCLE_NOT_INITIALIZED);
+  EXPECT_EQ(ClStartup(), ZN_OK);
+  EXPECT_EQ(ClCreateDatabase(&nowhere, &handle, &database), UCLE_SOCKET_ERROR);
+  EXPECT_EQ(ClShutdown(), ZN_OK);
+  EXPECT_EQ(ClCreateDatabase(&nowhere, &handle, &database), UCLE_NOT_INITIALIZED);
 }
 
 // A folder of its own as the user's.

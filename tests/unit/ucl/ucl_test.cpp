@@ -1,9 +1,8 @@
 // The operations: their checks, statuses and traces.
 #include "ucl/common/ucl.h"
 
-#include <sys/resource.h>
-
 #include "tests/unit/framework/trace_capture.h"
+#include "tests/unit/ucl/few_descriptors.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/manager.h"
 
@@ -107,29 +106,6 @@ TEST_F(UclOperations, ServerOnAForeignAddressFailsInBinding) {
   EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, 0, &options),
             UCLE_SOCKET_ERROR);
 }
-
-// Takes all descriptors but so many for as long as it lives.
-class FewDescriptors {
- public:
-  explicit FewDescriptors(int left) {
-    getrlimit(RLIMIT_NOFILE, &old_);
-    const int next = dup(0);
-    close(next);
-    rlimit few = old_;
-    few.rlim_cur = static_cast<rlim_t>(next + left);
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  }
-  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &old_); }
-
- private:
-  rlimit old_{};
-};
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kChecksNeedDescriptors = true;
-#else
-constexpr bool kChecksNeedDescriptors = false;
-#endif
 
 TEST_F(UclOperations, ServerWithoutDescriptorsFailsInCreate) {
   if (kChecksNeedDescriptors) GTEST_SKIP() << "the sanitizer opens pipes for its own checks";
