@@ -6,14 +6,18 @@
  * a copy stays in the copy; a server is changed through PrCallDispatch alone. While a call waits
  * for its server, other threads may go on.
  *
- * A session is over when its connection is lost: its calls then answer ZNE_INVALID_ARGUMENTS, what
- * the copy holds can still be read, and the application deletes it and makes another. Nothing
- * connects anew by itself.
+ * A session is over when its connection is lost. What would ask the server then answers
+ * ZNE_INVALID_ARGUMENTS, and ZNE_OBJECT_NOT_FOUND for an object that is not in the copy; what the
+ * copy holds can still be read; the application deletes the session and makes another. Nothing
+ * connects anew by itself. Who registered (ClRegisterClient) hears of the loss by the Shutdown
+ * slot.
  *
  * All functions may be called from any thread. None of them may be called from a provider's
  * Shutdown slot on the session that is ending. A bad pointer and a handle that is none are refused
  * with ZNE_INVALID_ARGUMENTS; every function may answer ZNE_OUT_OF_MEMORY. Results are written on
- * success only, unless a description says otherwise.
+ * success only, unless a description says otherwise. Records and texts that are handed in are
+ * borrowed for the call. Where a result may be a warning (0x81......), ZN_FAILED is false for it:
+ * test a logon with `!= ZN_OK`.
  */
 #pragma once
 
@@ -43,19 +47,20 @@ typedef struct ClientHandle {
 typedef struct ClConnectInfo {
   u32 reserved;
   u32 port;         /* TCP; 0: 2148 */
-  const char* host; /* name or dotted address */
+  const char* host; /* name or dotted IPv4 address, UTF-8, at most 4096 bytes */
   u32 flags;        /* ZN_CONNECT_... */
   u32 reserved1;
   u32 reserved2;
 } ClConnectInfo;
 
-/* Who logs on. All four texts are needed; they may be empty. */
+/* Who logs on. All four texts are needed; they may be empty; each has at most 8192 units. An empty
+ * domain is the server's own. `system` goes to the server and means nothing to it. */
 typedef struct ClLogonInfo {
   const ZnWChar* user;
   const ZnWChar* password;
   const ZnWChar* domain;
   const ZnWChar* system;
-  u32 type; /* ZN_LOGON_... */
+  u32 type; /* ZN_LOGON_...; not looked at, the type is what was agreed on */
 } ClLogonInfo;
 #define ZN_LOGON_PASSWORD 1u
 #define ZN_LOGON_SHARED_MEMORY 2u
@@ -66,7 +71,7 @@ typedef struct ClRegisterInfo {
   ProviderCallbacks callbacks;
 } ClRegisterInfo;
 
-/* A server that answered. */
+/* A server that answered. Texts are UTF-8 as the server sent them, cut to fit. */
 #define ZN_HOST_NAME_BYTES 256
 #define ZN_HOST_ADDRESSES 100
 #define ZN_HOST_PROTOCOLS 20
@@ -81,8 +86,8 @@ typedef struct ClHostInfo {
   u32 addresses[ZN_HOST_ADDRESSES]; /* IPv4 in host order */
   u32 miraVersion;                  /* major * 10 + minor / 10 */
   u32 miraType;
-  u32 protocolCount;
-  u32 serverFlags;
+  u32 protocolCount; /* of `protocols` */
+  u32 serverFlags;   /* as the server's application set them */
   ClHostProtocol protocols[ZN_HOST_PROTOCOLS];
 } ClHostInfo;
 
@@ -115,7 +120,8 @@ ZN_API u32 ClCreateDatabaseEx(const ClConnectInfo* connect, const ClLogonInfo* l
 /* The older form. With `connect` it connects and negotiates, and ClLogon has to follow. Without, it
  * logs on through shared memory ("Logon failed" goes to the standard output when that fails); where
  * the server wants a password the result is the warning ZNW_SHMEM_LOGIN_FAILED, with a session that
- * waits for ClLogon. `*handle` is written at once and becomes null on failure. */
+ * waits for ClLogon, and any other result is a failure. `*handle` is null from the start of the
+ * call and after a failure. Statuses otherwise as those of ClCreateDatabaseEx. */
 ZN_API u32 ClCreateDatabase(const ClConnectInfo* connect, ClientHandle** handle,
                             ZnHandle* database);
 
@@ -130,12 +136,14 @@ ZN_API u32 ClDisconnect(ClientHandle* handle, u32 reserved1, u32 reserved2);
 
 /* Ends a session, its copy and its handle, also after the connection was lost. `database` is not
  * looked at but must not be null. ZNE_INVALID_ARGUMENTS for a session that is closed. Waits for
- * calls of other threads that are waiting for this server. */
+ * calls of other threads that are waiting for this server, which end with UCLW_SOCKET_DISCONNECTED.
+ */
 ZN_API u32 ClDeleteDatabase(ClientHandle* handle, ZnHandle database);
 
 /* Registers the application as a provider on its copy, as ZnRegisterAsProvider does, so that it can
- * register events; where pings were asked for, they begin now. A name that is taken is no error and
- * gives no handle. ZNW_SHMEM_LOGIN_FAILED before the logon. */
+ * register events; where pings were asked for, they begin now: one every 10 seconds, and a server
+ * that says nothing for 30 to 60 seconds counts as lost. A name that is taken is no error and gives
+ * no handle. ZNW_SHMEM_LOGIN_FAILED before the logon, and the statuses of ZnRegisterAsProvider. */
 ZN_API u32 ClRegisterClient(ClientHandle* handle, u32 reserved, const ClRegisterInfo* info,
                             ZnHandle* provider);
 
@@ -146,25 +154,31 @@ ZN_API u32 ClUnregisterClient(u32 a, u32 b, u32 c);
  * without flags. `*hosts` is a block for ZnFree, also for none. */
 ZN_API u32 ClEnumHosts(u32 flagMask, u32* count, ClHostInfo** hosts);
 
-/* Looks for servers by broadcast, every six seconds from now on, each time until nothing was heard
- * for `timeoutSeconds`; with `immediately` a first time before it returns. The environment variable
- * ZN_DISCOVERY names other places to ask: addresses with or without a port, with commas between
- * them. Always 0; nothing happens while it is enabled. */
+/* Looks for servers by broadcast on UDP port 2148, six seconds after the last time, each time until
+ * nothing was heard for `timeoutSeconds` (at most 3600), and no longer than twenty times that and a
+ * second; with `immediately` a first time before it returns, which so takes at least
+ * `timeoutSeconds`. The environment variable ZN_DISCOVERY names other places to ask: IPv4 addresses
+ * with or without a port, with commas between them. Between ClStartup and ClShutdown only. Always
+ * 0; nothing happens while it is enabled. */
 ZN_API u32 ClEnableHostDiscovery(u32 timeoutSeconds, u8 immediately);
 
 /* Stops looking; what was found stays. Always 0. */
 ZN_API u32 ClDisableHostDiscovery(void);
 
-/* Fetches a file that the server publishes and writes it to `localPath`. A local file that cannot
- * be opened is not reported. ZNE_CLIENT_NOT_AUTHORIZED for a file that is not published, or another
- * status of the server. */
+/* Fetches a file that the server publishes (the "ImageFile" of an extension object, or one of its
+ * logs) and writes it to `localPath`, over what is there. Both names have at most 8192 units. What
+ * cannot be opened or written is not reported. ZNE_CLIENT_NOT_AUTHORIZED for a file that is not
+ * published, or another status of the server; ZNE_PROPERTY_NOT_FOUND for an answer without bytes;
+ * ZNE_INVALID_ARGUMENTS for a session that is lost. */
 ZN_API u32 ClDownloadFile(ClientHandle* handle, const ZnWChar* name, const ZnWChar* localPath);
 
 /* The text of a formatted string of the server, with its insertions, by the catalog of the server
- * for the string's messages. The catalog is fetched once and kept below the user's profile folder;
- * without one the default texts serve. `*out` is a block for ZnFree, also when an insertion could
- * not be used. ZNE_THING_NOT_FOUND when the catalog has no such message;
- * ZNE_NOT_SUPPORTED_FOR_OBJECT for an insertion that is neither text nor message. */
+ * for the string's messages in US English. The catalog is fetched once and kept below the user's
+ * profile folder; without one the default texts serve. `*out` is a block for ZnFree, and is written
+ * also when an insertion could not be used: the text lacks it then. ZNE_THING_NOT_FOUND when the
+ * catalog has no such message; ZNE_PROPERTY_NOT_FOUND for an insertion that is missing,
+ * ZNE_NOT_SUPPORTED_FOR_OBJECT for one that is neither text nor message; ZNE_UNEXPECTED without a
+ * profile folder; ZNE_INVALID_ARGUMENTS for a session that is lost. */
 ZN_API u32 ClMakeFormattedString(ClientHandle* handle, const I18nFormatString* formatted,
                                  ZnWChar** out);
 

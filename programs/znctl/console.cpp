@@ -3,9 +3,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <chrono>
+
 #include "failure.h"
 #include "language.h"
 #include "text.h"
+#include "zn/status.h"
 
 namespace zn::ctl {
 
@@ -56,6 +60,41 @@ ClientHandle* Console::Client(const char* verb) {
 void Console::Drop() {
   source_.reset();
   session_.reset();
+}
+
+namespace {
+
+// A second. False when the time is up in it or a signal came. What is still in the inbox is of the
+// session that went.
+bool Pause(const Deadline& deadline) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (std::chrono::steady_clock::now() < until) {
+    if (Inbox::Get().Signal() != 0) return false;
+    if (deadline && std::chrono::steady_clock::now() >= *deadline) return false;
+    static_cast<void>(Inbox::Get().Wait(deadline ? std::min(until, *deadline) : until));
+  }
+  return true;
+}
+
+}  // namespace
+
+bool Console::TakeUpAgain(const Deadline& deadline, const std::function<void()>& stop,
+                          const std::function<void()>& start) {
+  WriteError(fmt::format("znctl: lost the connection to {}; trying again\n", remote->Text()));
+  for (;;) {
+    stop();
+    Drop();
+    try {
+      start();
+      break;
+    } catch (const Failure& failure) {
+      // Asking again and again with a wrong password may lock the user out.
+      if (failure.status == ZNE_ACCESS_DENIED && !remote->user.empty()) throw;
+      if (!Pause(deadline)) return false;
+    }
+  }
+  WriteError(fmt::format("znctl: connected to {} again\n", remote->Text()));
+  return true;
 }
 
 std::string Console::Describe(const Id& id) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "bus_source.h"
+#include "inbox.h"
 #include "localizer.h"
 #include "remote.h"
 #include "session.h"
@@ -36,8 +37,11 @@ class Console {
   ClientHandle* Client(const char* verb);
   bool IsRemote() const { return remote.has_value(); }
   bool IsLost() const { return session_ && session_->IsLost(); }
-  // Ends the session, and everything known of its objects. The next use opens another.
-  void Drop();
+  // After the loss of the server: tells it, and tries every second until another session stands
+  // and `start` has gone through on it. `stop` comes first each time and ends whatever was made of
+  // a session. False when the time is up or a signal came. Throws the refusal of a password.
+  bool TakeUpAgain(const Deadline& deadline, const std::function<void()>& stop,
+                   const std::function<void()>& start);
 
   // The messages of the bus in the language that the user wants.
   Localizer Messages();
@@ -49,6 +53,8 @@ class Console {
 
  private:
   void WarnOfFailedProviders();
+  // Ends the session, and everything known of its objects. The next use opens another.
+  void Drop();
 
   Terminal terminal_;
   std::unique_ptr<Session> session_;

@@ -18,6 +18,7 @@ struct JsonValue {
     Json json = {
         {"catalog", IdText(value.catalog)}, {"message", value.number}, {"name", value.name}};
     if (!value.insertions.empty()) json["insertions"] = JsonOfProperties(value.insertions);
+    if (value.text) json["text"] = *value.text;
     return json;
   }
   Json operator()(const PropertyList& value) const { return JsonOfProperties(value); }

@@ -79,6 +79,10 @@ void Listener::SkipThePast() {
   for (;;) {
     const std::optional<InboxItem> item = Inbox::Get().Wait(std::nullopt);
     if (!item) return;  // a signal; whoever waits next sees it too
+    // Then the marker does not come: the provider has gone with the connection.
+    if (std::holds_alternative<ConnectionLost>(*item)) {
+      throw Failure(UCLW_SOCKET_DISCONNECTED, "cannot listen to events");
+    }
     const auto* event = std::get_if<BusEvent>(&*item);
     if (event != nullptr && event->topic == kMarkerTopic) break;
   }

@@ -104,13 +104,28 @@ std::optional<std::string> Localizer::FindIn(Form form, const Message& message, 
 std::string Localizer::Text(const Property* property) const {
   if (property == nullptr) return {};
   const auto* message = std::get_if<Message>(&property->value.data);
-  if (message == nullptr) return {};
+  return message == nullptr ? std::string() : TextOf(property->value.type, *message);
+}
+
+std::string Localizer::TextOf(u32 type, const Message& message) const {
   // A published text is shown as it stands, with its places. One that is raised is a template even
   // without insertions: its "%%" is a percent sign.
-  if (property->value.type != ZN_TYPE_I18N_FORMAT_STRING) {
-    return Find(*message).value_or(message->name);
+  if (type != ZN_TYPE_I18N_FORMAT_STRING) return Find(message).value_or(message.name);
+  return FindIn(Form::kExpanded, message, nullptr).value_or(ExpandName(message));
+}
+
+void Localizer::FillTexts(Value* value) const {
+  if (auto* message = std::get_if<Message>(&value->data)) {
+    message->text = TextOf(value->type, *message);
+  } else if (auto* set = std::get_if<PropertyList>(&value->data)) {
+    FillTexts(set);
+  } else if (auto* list = std::get_if<Value::List>(&value->data)) {
+    for (Value& element : *list) FillTexts(&element);
   }
-  return FindIn(Form::kExpanded, *message, nullptr).value_or(ExpandName(*message));
+}
+
+void Localizer::FillTexts(PropertyList* list) const {
+  for (Property& property : *list) FillTexts(&property.value);
 }
 
 }  // namespace zn::ctl

@@ -19,10 +19,14 @@ class Localizer {
   std::optional<std::string> Find(const Message& message, u32* status = nullptr) const;
   // The text of a message or format string; empty for any other value and for none.
   std::string Text(const Property* property) const;
+  // Gives every message in the value its text, in sets and lists too.
+  void FillTexts(Value* value) const;
+  void FillTexts(PropertyList* list) const;
 
  private:
   enum class Form { kAsItStands, kExpanded };
 
+  std::string TextOf(u32 type, const Message& message) const;
   std::optional<std::string> FindIn(Form form, const Message& message, u32* status) const;
   u32 Look(const Message& message, Form form, u32 locale, std::string* text) const;
   u32 Ask(const Message& message, Form form, u32 locale, ZnWChar** out) const;

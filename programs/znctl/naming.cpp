@@ -168,7 +168,7 @@ std::string NamesBelow(ObjectSource& source, const std::vector<Id>& ids) {
     const std::string names = NamesBelow(source, below);
     details.push_back(names.empty() ? "it has no children" : "it has: " + names);
   } else {
-    details.push_back("znctl --local tree shows the names and ids that there are");
+    details.push_back("znctl tree shows the names and ids that there are");
   }
   throw Failure(ZNE_OBJECT_NOT_FOUND, what, std::move(details));
 }

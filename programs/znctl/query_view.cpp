@@ -121,7 +121,7 @@ std::optional<Explanation> ExplainMeaning(QueryText* query, u32 status,
     return Explanation{
         query->BeginOf(kQueryTypeWord),
         {fmt::format("{}: there is no type {}", WordName(kQueryTypeWord), Quoted(type)),
-         "znctl --local types shows the types that there are"}};
+         "znctl types shows the types that there are"}};
   }
   const PropertyList properties = declared(type.empty() ? "KELD_Object" : type);
   const Property* property = FindProperty(properties, name);

@@ -59,6 +59,7 @@ struct Formatter {
   std::string operator()(const std::vector<u8>& value) const { return HexOf(value); }
   std::string operator()(const Id& value) const { return IdText(value); }
   std::string operator()(const Message& value) const {
+    if (value.text) return *value.text;
     if (value.insertions.empty()) return value.name;
     return value.name + " (" + JoinProperties(value.insertions) + ")";
   }

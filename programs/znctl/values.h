@@ -16,12 +16,14 @@ namespace zn::ctl {
 struct Property;
 using PropertyList = std::vector<Property>;
 
-// A localizable message; insertions are present in formatted strings only.
+// A localizable message; insertions are present in formatted strings only. The text is what a
+// Localizer found; without one the name is shown.
 struct Message {
   Id catalog;
   u32 number = 0;
   std::string name;
   PropertyList insertions;
+  std::optional<std::string> text = std::nullopt;
 };
 
 struct Value {

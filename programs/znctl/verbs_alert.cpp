@@ -78,7 +78,7 @@ int RunList(Console& console, const AlertArguments& arguments) {
     if (alerts.empty()) {
       throw Failure(ZNE_ALERT_OBJECT_NOT_FOUND,
                     fmt::format("no alert is published as \"{}\"", Printable(arguments.topic)),
-                    {"znctl --local alerts shows those that are"});
+                    {"znctl alerts shows those that are"});
     }
   }
   if (console.json) {
@@ -113,9 +113,18 @@ bool ShowRaised(const Console& console, const Alert& alert, const BusEvent& even
 }
 
 int RunFollow(Console& console, const AlertArguments& arguments) {
-  const Localizer messages = console.Messages();
-  Listener listener(console.Bus(), arguments.topic.empty() ? "event.alert" : arguments.topic);
-  listener.SkipThePast();
+  std::optional<Localizer> messages;
+  std::optional<Listener> listener;
+  const auto stop = [&] {
+    listener.reset();
+    messages.reset();
+  };
+  const auto start = [&] {
+    messages.emplace(console.Messages());
+    listener.emplace(console.Bus(), arguments.topic.empty() ? "event.alert" : arguments.topic);
+    listener->SkipThePast();
+  };
+  start();
   const Deadline deadline = DeadlineIn(arguments.seconds);
   if (console.Screen().bars && !console.json && !deadline) {
     WriteError("waiting for alerts; Ctrl-C ends\n");
@@ -124,9 +133,13 @@ int RunFollow(Console& console, const AlertArguments& arguments) {
   while (arguments.count == 0 || shown < arguments.count) {
     const std::optional<InboxItem> item = Inbox::Get().Wait(deadline);
     if (!item) break;  // time is up, or a signal: both are the way to end it
+    if (std::holds_alternative<ConnectionLost>(*item)) {
+      if (!console.TakeUpAgain(deadline, stop, start)) break;
+      continue;
+    }
     const auto* event = std::get_if<BusEvent>(&*item);
     const std::optional<Alert> alert =
-        event == nullptr ? std::nullopt : ReadAlert(event->data, messages);
+        event == nullptr ? std::nullopt : ReadAlert(event->data, *messages);
     if (!alert) continue;
     if (!ShowRaised(console, *alert, *event)) break;
     ++shown;
@@ -139,7 +152,8 @@ constexpr char kAlertHelp[] =
     "With a topic one of them in full. With --follow what is raised from now on,\n"
     "under that topic or all that begin with it; ends after --for or --count, or by\n"
     "Ctrl-C. Texts are in the language of --locale, else of the environment, else\n"
-    "the provider's own. Severity 1 is the most severe.\n\n"
+    "the provider's own. Severity 1 is the most severe. With a server, a lost\n"
+    "connection is taken up again; alerts raised meanwhile are not seen.\n\n"
     "Examples:\n"
     "  znctl --local alerts\n"
     "  znctl --local alerts event.alert.keld.server.start --locale de\n"

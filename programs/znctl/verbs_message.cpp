@@ -1,8 +1,12 @@
 // messages: the catalogs, and the texts in them.
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 
 #include "catalogs.h"
 #include "console.h"
@@ -51,7 +55,7 @@ std::vector<Catalog> Choose(Console& console, const std::string& text) {
   if (chosen.empty()) {
     throw Failure(ZNE_CATALOG_NOT_PRESENT,
                   fmt::format("no message catalog is named \"{}\"", Printable(text)),
-                  {"znctl --local messages shows those that there are"});
+                  {"znctl messages shows those that there are"});
   }
   for (const Catalog& catalog : chosen) {
     if (catalog.id == chosen.front().id) continue;
@@ -113,9 +117,24 @@ Json JsonOfRows(const Catalog& catalog, const std::vector<MessageRow>& rows) {
   return document;
 }
 
+// The file lies where the bus is: that of a server is fetched first.
+bool ReadNumbersThere(Console& console, const Catalog& catalog, std::vector<u32>* numbers) {
+  if (!console.IsRemote()) return ReadNumbers(catalog.file, numbers);
+  ClientHandle* const client = console.Client("messages");
+  std::string path = std::filesystem::temp_directory_path() / "znctl-XXXXXX";
+  const int file = mkstemp(path.data());
+  if (file < 0) return false;
+  close(file);
+  const u32 status = ClDownloadFile(client, ToUtf16(catalog.file).c_str(), ToUtf16(path).c_str());
+  const bool isRead = !ZN_FAILED(status) && ReadNumbers(path, numbers);
+  std::remove(path.c_str());
+  Check(status, fmt::format("fetch \"{}\"", Printable(catalog.file)));
+  return isRead;
+}
+
 int ShowCatalog(Console& console, const Catalog& catalog, const Localizer& messages) {
   std::vector<u32> numbers;
-  if (!ReadNumbers(catalog.file, &numbers)) {
+  if (!ReadNumbersThere(console, catalog, &numbers)) {
     throw Failure(ZNE_UNEXPECTED, fmt::format("cannot read {}", Printable(catalog.file)));
   }
   std::vector<MessageRow> rows;

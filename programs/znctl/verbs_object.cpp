@@ -82,7 +82,8 @@ void ShowJson(const ObjectFacts& facts) {
 
 int RunShow(Console& console, const ObjectArguments& arguments) {
   BusSource& source = console.Objects();
-  const ObjectFacts facts = ReadFacts(console, console.Resolve(arguments.object));
+  ObjectFacts facts = ReadFacts(console, console.Resolve(arguments.object));
+  console.Messages().FillTexts(&facts.properties);
   if (console.json) {
     ShowJson(facts);
     return kExitOk;
@@ -139,7 +140,8 @@ std::string LinesOf(const Value& value) {
 
 int RunGet(Console& console, const ObjectArguments& arguments) {
   const Id id = console.Resolve(arguments.object);
-  const Property property = ReadProperty(console, id, arguments.property);
+  Property property = ReadProperty(console, id, arguments.property);
+  console.Messages().FillTexts(&property.value);
   if (console.json) {
     Json document = JsonDocument("get");
     document["id"] = IdText(id);

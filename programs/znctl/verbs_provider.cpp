@@ -64,7 +64,7 @@ int RunOne(Console& console, const std::vector<ProviderFacts>& list, const std::
   if (hit == list.end()) {
     throw Failure(ZNE_PROVIDER_NOT_FOUND,
                   fmt::format("there is no provider \"{}\"", Printable(name)),
-                  {"znctl --local providers shows those that there are"});
+                  {"znctl providers shows those that there are"});
   }
   if (console.json) {
     Json document = JsonDocument("providers");

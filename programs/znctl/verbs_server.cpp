@@ -34,6 +34,23 @@ double MillisecondsSince(std::chrono::steady_clock::time_point start) {
       .count();
 }
 
+sockaddr_in AddressOf(const RemoteTarget& target) {
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_DGRAM;
+  addrinfo* found = nullptr;
+  const int error = getaddrinfo(target.host.c_str(), nullptr, &hints, &found);
+  if (error != 0) {
+    throw Failure(0xFFFFFFFFu, "cannot find the host " + Printable(target.host),
+                  {gai_strerror(error)});
+  }
+  sockaddr_in address{};
+  std::memcpy(&address, found->ai_addr, sizeof(address));
+  freeaddrinfo(found);
+  address.sin_port = htons(static_cast<u16>(target.port == 0 ? kStandardPort : target.port));
+  return address;
+}
+
 // ---- hosts ----
 
 struct HostsArguments {
@@ -82,8 +99,11 @@ Json JsonOfHost(const ClHostInfo& host) {
 // "2149" asks by broadcast on that port, "host" and "host:port" ask there.
 std::string PlaceText(const std::string& place) {
   const bool isPort = !place.empty() && place.find_first_not_of("0123456789") == std::string::npos;
-  if (isPort) return "255.255.255.255:" + place;
-  return place;
+  const RemoteTarget target = ParseRemoteTarget((isPort ? "255.255.255.255:" : "") + place);
+  const sockaddr_in address = AddressOf(target);
+  std::array<char, INET_ADDRSTRLEN> text{};
+  inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
+  return fmt::format("{}:{}", text.data(), ntohs(address.sin_port));
 }
 
 int RunHosts(Console& console, const HostsArguments& arguments) {
@@ -93,7 +113,9 @@ int RunHosts(Console& console, const HostsArguments& arguments) {
     setenv("ZN_DISCOVERY", list.c_str(), 1);
   }
   const ClientSide clientSide;
+  Inbox::Get().SetBusyNotice("\nwaiting for the answers; a second Ctrl-C ends at once\n");
   ClEnableHostDiscovery(arguments.seconds, 1);
+  Inbox::Get().SetBusyNotice(nullptr);
   std::vector<ClHostInfo> hosts = AskHosts(0);
   for (const ClHostInfo& host : AskHosts(0xFFFFFFFFu)) hosts.push_back(host);
   ClDisableHostDiscovery();
@@ -140,23 +162,6 @@ struct Descriptor {
   int fd;
 };
 
-sockaddr_in AddressOf(const RemoteTarget& target) {
-  addrinfo hints{};
-  hints.ai_family = AF_INET;
-  hints.ai_socktype = SOCK_DGRAM;
-  addrinfo* found = nullptr;
-  const int error = getaddrinfo(target.host.c_str(), nullptr, &hints, &found);
-  if (error != 0) {
-    throw Failure(0xFFFFFFFFu, "cannot find the host " + Printable(target.host),
-                  {gai_strerror(error)});
-  }
-  sockaddr_in address{};
-  std::memcpy(&address, found->ai_addr, sizeof(address));
-  freeaddrinfo(found);
-  address.sin_port = htons(static_cast<u16>(target.port == 0 ? kStandardPort : target.port));
-  return address;
-}
-
 // The milliseconds to the answer, negative without one.
 double PingOnce(int fd, int timeoutMs) {
   const std::array<u8, 4> command = {0, 0, 0, 2};
@@ -182,7 +187,8 @@ int RunPing(Console& console, const PingArguments& arguments) {
       connect(socket.fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
     throw Failure(ZNE_UNEXPECTED, "cannot reach " + target.Text(), {strerror(errno)});
   }
-  const int timeoutMs = static_cast<int>(arguments.seconds * 1000);
+  constexpr double kMostSeconds = 86400;
+  const int timeoutMs = static_cast<int>(std::min(arguments.seconds, kMostSeconds) * 1000);
   Json times = Json::array();
   u32 answered = 0;
   for (u32 i = 0; i < arguments.count && Inbox::Get().Signal() == 0; ++i) {
@@ -268,7 +274,7 @@ int RunDownload(Console& console, const DownloadArguments& arguments) {
 
 constexpr char kHostsHelp[] =
     "Asks by broadcast on the standard port, or at the places named: a port number\n"
-    "(by broadcast), an address, or address:port.\n\n"
+    "(by broadcast), a host, or host:port.\n\n"
     "Examples:\n"
     "  znctl hosts\n"
     "  znctl hosts --at 127.0.0.1:2149 --wait 3\n";

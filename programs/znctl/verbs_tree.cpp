@@ -56,7 +56,7 @@ struct ListArguments {
 void RequireType(const Database& bus, const std::string& type) {
   if (bus.TypeIsA(type, type)) return;
   throw Failure(ZNE_TYPE_NOT_FOUND, fmt::format("there is no type \"{}\"", Printable(type)),
-                {"znctl --local types shows the types that there are"});
+                {"znctl types shows the types that there are"});
 }
 
 std::vector<Id> InTreeOrder(ObjectSource& source, const Forest& forest,

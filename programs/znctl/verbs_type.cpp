@@ -92,7 +92,7 @@ int RunType(Console& console, const std::string& name) {
   const Database& bus = console.Bus();
   if (!bus.TypeIsA(name, name)) {
     throw Failure(ZNE_TYPE_NOT_FOUND, fmt::format("there is no type \"{}\"", Printable(name)),
-                  {"znctl --local types shows the types that there are"});
+                  {"znctl types shows the types that there are"});
   }
   const PropertyList own = bus.TypeProperties(name, false);
   if (console.json) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "checks.h"
 #include "console.h"
@@ -13,6 +14,7 @@
 #include "listener.h"
 #include "text.h"
 #include "watcher.h"
+#include "zn/ev.h"
 
 namespace zn::ctl {
 namespace {
@@ -26,10 +28,23 @@ struct WatchArguments {
   bool topics = false;
 };
 
-bool IsWanted(const BusEvent& event, const Id& own, const std::optional<Id>& only) {
+// How a server tells a client that many changes come at once: nobody's news but who asks for it.
+constexpr std::string_view kCacheTopics = "event.keld.dom.cache";
+
+bool IsWanted(const BusEvent& event, const WatchArguments& arguments, const Id& own,
+              const std::optional<Id>& only) {
   if (event.object == own && event.isObjectChange) return false;
   if (event.topic.find(IdText(own)) != std::string::npos) return false;
+  if (event.topic.starts_with(kCacheTopics) && !arguments.pattern.starts_with(kCacheTopics)) {
+    return false;
+  }
   return !only || (event.isObjectChange && event.object == *only);
+}
+
+// Whether a listener with that pattern would hear the topic.
+bool Hears(const Database& bus, std::string pattern, const std::string& topic) {
+  while (pattern.ends_with(".*")) pattern.resize(pattern.size() - 2);
+  return pattern == "*" || EvMatch(bus.Handle(), topic.c_str(), pattern.c_str());
 }
 
 bool Show(const Console& console, const WatchArguments& arguments, const Sighting& sighting) {
@@ -62,7 +77,7 @@ class Watch {
       if (!item) break;  // time is up, or a signal: both are the way to end it
       if (std::holds_alternative<ConnectionLost>(*item) && !TakeUpAgain()) break;
       const auto* event = std::get_if<BusEvent>(&*item);
-      if (event == nullptr || !IsWanted(*event, listener_->OwnId(), only_)) continue;
+      if (event == nullptr || !IsWanted(*event, arguments_, listener_->OwnId(), only_)) continue;
       if (!Tell(watcher_->Look(*event))) break;
     }
     return kExitOk;
@@ -84,39 +99,37 @@ class Watch {
     return true;
   }
 
+  void StopListening() {
+    listener_.reset();
+    watcher_.reset();
+  }
+
   // A new session, and what has changed meanwhile. False when the time is up or a signal came.
   bool TakeUpAgain() {
-    WriteError(
-        fmt::format("znctl: lost the connection to {}; trying again\n", console_.remote->Text()));
-    listener_.reset();
     const std::unique_ptr<Watcher> before = std::move(watcher_);
-    for (;;) {
-      console_.Drop();
-      try {
-        Listen();
-        break;
-      } catch (const Failure&) {
-        listener_.reset();
-        if (!Pause()) return false;
-      }
+    if (!console_.TakeUpAgain(
+            deadline_, [this] { StopListening(); }, [this] { Listen(); })) {
+      return false;
     }
-    WriteError(fmt::format("znctl: connected to {} again\n", console_.remote->Text()));
+    const std::optional<Id> was = only_;
+    FindObject();
+    const std::string pattern = PatternOf(console_, arguments_);
     for (const Sighting& sighting : watcher_->DifferencesFrom(*before)) {
-      if (only_ && !(sighting.object->id == *only_)) continue;
+      const Id& id = sighting.object->id;
+      if (only_ && !(id == *only_) && !(id == *was)) continue;
+      if (!Hears(console_.Bus(), pattern, sighting.topic)) continue;
       if (IsEnough() || !Tell(sighting)) return false;
     }
     return true;
   }
 
-  // A second, unless the watch ends in it. What is still in the inbox is of the session that went.
-  bool Pause() const {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-    while (std::chrono::steady_clock::now() < until) {
-      if (Inbox::Get().Signal() != 0) return false;
-      if (deadline_ && std::chrono::steady_clock::now() >= *deadline_) return false;
-      static_cast<void>(Inbox::Get().Wait(until));
+  // A server that was started anew has other ids. One that has no such object may make it yet.
+  void FindObject() {
+    if (!only_) return;
+    try {
+      only_ = console_.Resolve(arguments_.object);
+    } catch (const Failure&) {
     }
-    return true;
   }
 
   Console& console_;
@@ -137,7 +150,8 @@ constexpr char kWatchHelp[] =
     "Without one, everything is shown. A type in the fifth place of object topics\n"
     "means the types derived from it too. Ends after --for or --count, or by Ctrl-C.\n"
     "With a server, a lost connection is taken up again, and what changed meanwhile\n"
-    "is shown as changes.\n\n"
+    "is shown as changes. What tells clients of a server that many changes come at\n"
+    "once (event.keld.dom.cache) is shown only where the pattern names it.\n\n"
     "Examples:\n"
     "  znctl --local watch\n"
     "  znctl --local watch --for 10\n"

@@ -197,7 +197,7 @@ Sighting Watcher::Look(const BusEvent& event) {
 
 namespace {
 
-Sighting FoundOut(const char* kind, const ObjectInfo& info, const std::string& path) {
+Sighting FoundOut(std::string_view kind, const ObjectInfo& info, const std::string& path) {
   Sighting sighting;
   sighting.time = std::chrono::system_clock::now();
   sighting.kind = kind;
@@ -228,7 +228,11 @@ std::vector<Sighting> Watcher::DifferencesFrom(const Watcher& earlier) const {
       found.back().data = now.properties;
       continue;
     }
-    for (const char* kind : {"data.change", "flag.change"}) {
+    // Relatives have other ids too where the object has.
+    const bool isSame = before->info.id == id;
+    for (const std::string_view kind :
+         {"data.change", "flag.change", "interface.change", "relation.child", "relation.parent"}) {
+      if (!isSame && kind.starts_with("relation.")) continue;
       Sighting sighting = FoundOut(kind, now.info, now.path);
       Compare(*before, now, &sighting);
       if (!sighting.IsEmpty()) found.push_back(std::move(sighting));

@@ -56,6 +56,7 @@ struct Destination {
     if ((connect->flags & ZN_CONNECT_LOCAL_PORT) != 0) out->target.port = connect->port;
     return ZN_OK;
   }
+  if (!IsGoodString(connect->host, kMaxNameLength)) return ZNE_INVALID_ARGUMENTS;
   out->isLocal = false;
   out->isPinged = (connect->flags & ZN_CONNECT_PING) != 0;
   out->target.host = connect->host;
@@ -153,7 +154,7 @@ void Wipe(std::u16string& text) noexcept {
   const u32 status = session.Logon(credentials);
   Wipe(credentials.password);
   Wipe(credentials.user);  // of a local logon it is the secret
-  if (status == ZN_OK) SetClientState(handle, ZN_CLIENT_LOGGED_ON);
+  if (status == ZN_OK && !MarkLoggedOn(handle)) return ZNE_INVALID_ARGUMENTS;
   return status;
 }
 

@@ -46,6 +46,12 @@ void SetClientState(ClientHandle* handle, u32 state) noexcept {
   RecordOf(handle)->state.store(state);
 }
 
+bool MarkLoggedOn(ClientHandle* handle) noexcept {
+  u32 state = ZN_CLIENT_CONNECTED;
+  return RecordOf(handle)->state.compare_exchange_strong(state, ZN_CLIENT_LOGGED_ON) ||
+         state == ZN_CLIENT_LOGGED_ON;
+}
+
 const void* ClientSessionOf(const ClientHandle* handle) noexcept {
   return HandleThing<void>(RecordOf(handle));
 }

@@ -15,6 +15,9 @@ void FreeClientHandle(ClientHandle* handle) noexcept;
 // The handle has been checked.
 [[nodiscard]] u32 ClientState(const ClientHandle* handle) noexcept;
 void SetClientState(ClientHandle* handle, u32 state) noexcept;
+// From connected to logged on; true for one that is logged on already, false for one that was
+// closed meanwhile and stays so.
+[[nodiscard]] bool MarkLoggedOn(ClientHandle* handle) noexcept;
 [[nodiscard]] const void* ClientSessionOf(const ClientHandle* handle) noexcept;
 
 // Marks a good handle that is not closed as closed; of two callers one gets it.

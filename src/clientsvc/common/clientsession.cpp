@@ -7,7 +7,6 @@
 #include "framework/common/zncore/clientcopy.h"
 #include "framework/common/zncore/wireform.h"
 #include "framework/common/znwire/messages.h"
-#include "framework/common/znwire/nestedset.h"
 #include "support/common/fastlock.h"
 #include "support/common/handle.h"
 #include "support/common/shared_memory.h"
@@ -63,12 +62,8 @@ u32 FetchMessageOf(const MessageRequest& request, std::u16string* text, void* co
 
 // "Data" of an answer: a set, or the bytes of one.
 [[nodiscard]] u32 TakeData(PropertySet& answer, PropertySet* out) {
-  if (PropertySet* set = FindOwnSet(answer, wire::kDataKey)) {
-    *out = std::move(*set);
-    return ZN_OK;
-  }
   if (answer.Find(wire::kDataKey) == nullptr) return ZN_OK;
-  return wire::FindNestedSet(answer, wire::kDataKey, out) != nullptr ? ZN_OK : ZNE_UNEXPECTED;
+  return TakeNestedSet(answer, wire::kDataKey, out) ? ZN_OK : ZNE_UNEXPECTED;
 }
 
 [[nodiscard]] u32 ResultOf(const PropertySet& answer) noexcept {

@@ -120,6 +120,9 @@ class ClientSession : public std::enable_shared_from_this<ClientSession> {
   // The same under the deadline of a logon's answer.
   [[nodiscard]] u32 SendGuarded(const PropertySet& request, PropertySet* answer);
 
+  // The bytes of a file of the server; they lie in the answer.
+  [[nodiscard]] u32 FetchFile(std::u16string_view name, PropertySet* answer,
+                              std::string_view* bytes);
   [[nodiscard]] u32 FindCatalog(const GUID& id, std::u16string* serverFile);
   [[nodiscard]] u32 LoadCatalog(const std::string& idText, u32 platform, u32 locale,
                                 const std::string& skin, const std::u16string& serverFile,

@@ -1,7 +1,9 @@
 // Files of the server, and the catalogs among them. A file that was fetched stays in the user's
-// tree; a catalog is fetched where it is not there yet, and is never refreshed.
+// tree; a catalog is fetched where it is not there yet, and is never refreshed, so it takes its
+// name only when all of it is there.
 #include "clientsvc/common/clientsession.h"
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -40,6 +42,24 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 [[nodiscard]] File OpenFile(const std::string& path, const char* mode) {
   return File(std::fopen(ToHostPath(path).c_str(), mode));
+}
+
+// Whether all of it was written.
+[[nodiscard]] bool WriteFile(const std::string& path, std::string_view bytes) {
+  File file = OpenFile(path, "wb");
+  if (file == nullptr) return false;
+  const bool isWritten = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+  return std::fclose(file.release()) == 0 && isWritten;
+}
+
+// The same under a name of its own first: a part of a file would be taken for the file for good.
+void WriteWholeFile(const std::string& path, std::string_view bytes) {
+  static std::atomic<u32> number{0};
+  const std::string part =
+      ToHostPath(path) + "." + std::to_string(CurrentThreadId()) + "." + std::to_string(++number);
+  const bool isDone =
+      WriteFile(part, bytes) && std::rename(part.c_str(), ToHostPath(path).c_str()) == 0;
+  if (!isDone) static_cast<void>(std::remove(part.c_str()));
 }
 
 // A device or a pipe among the fetched files would be none of ours.
@@ -90,21 +110,28 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 }  // namespace
 
-u32 ClientSession::DownloadFile(std::u16string_view name, const std::string& localPath) {
+u32 ClientSession::FetchFile(std::u16string_view name, PropertySet* answer,
+                             std::string_view* bytes) {
   if (IsLost()) return ZNE_INVALID_ARGUMENTS;
   PropertySet request;
   request.Put(wire::kImageFileKey, Value::WideText(name));
   request.Put(wire::kMessageKey, Value::UInt32(wire::kFileRequest));
-  PropertySet answer;
-  ZN_RETURN_IF_FAILED(SendSet(request, &answer));
-  const Value* result = answer.FindValue(wire::kResultKey, ZN_TYPE_UINT32);
+  ZN_RETURN_IF_FAILED(SendSet(request, answer));
+  const Value* result = answer->FindValue(wire::kResultKey, ZN_TYPE_UINT32);
   if (result != nullptr && result->AsUInt32() != ZN_OK) return result->AsUInt32();
-  const Value* data = answer.FindValue(wire::kDataKey, ZN_TYPE_BINARY);
+  const Value* data = answer->FindValue(wire::kDataKey, ZN_TYPE_BINARY);
   if (data == nullptr) return ZNE_PROPERTY_NOT_FOUND;
-  const File file = OpenFile(localPath, "wb");
-  if (file == nullptr) return ZN_OK;  // Contract: what cannot be written is not reported
-  const std::string_view bytes = data->AsBinary();
-  static_cast<void>(std::fwrite(bytes.data(), 1, bytes.size(), file.get()));
+  *bytes = data->AsBinary();
+  return ZN_OK;
+}
+
+u32 ClientSession::DownloadFile(std::u16string_view name, const std::string& localPath) {
+  PropertySet answer;
+  std::string_view bytes;
+  const u32 status = FetchFile(name, &answer, &bytes);
+  if (status != ZN_OK) return status;
+  // Contract: what cannot be written is not reported.
+  static_cast<void>(WriteFile(localPath, bytes));
   return ZN_OK;
 }
 
@@ -116,7 +143,11 @@ u32 ClientSession::LoadCatalog(const std::string& idText, u32 platform, u32 loca
   ZN_RETURN_IF_FAILED(StatusOfPath(ZnBuildDownloadPath(idText, skin, platform, locale, &path)));
   *localFile = path.localPath;
   if (IsFileThere(path.localPath)) return ZN_OK;
-  return DownloadFile(serverFile, path.localPath);
+  PropertySet answer;
+  std::string_view bytes;
+  const u32 status = FetchFile(serverFile, &answer, &bytes);
+  if (status == ZN_OK) WriteWholeFile(path.localPath, bytes);
+  return status;
 }
 
 u32 ClientSession::FetchMessage(const MessageRequest& request, std::u16string* text) {

@@ -141,7 +141,11 @@ u32 ClientSession::Negotiate(u32 offeredAuthentication) {
   // A refusal lacks the options: its reason says more than that.
   const Value* result = answer.FindValue(wire::kResultKey, ZN_TYPE_UINT32);
   if (result != nullptr && ZN_FAILED(result->AsUInt32())) return result->AsUInt32();
-  return ReadOptions(answer);
+  ZN_RETURN_IF_FAILED(ReadOptions(answer));
+  // The secret in shared memory opens the service of this machine: no server that was not taken for
+  // that one gets it by asking.
+  const u32 unasked = options_.authentication & ~offeredAuthentication;
+  return (unasked & wire::kAuthenticationSharedMemory) != 0 ? ZNE_UNEXPECTED : ZN_OK;
 }
 
 u32 ClientSession::ReadOptions(const PropertySet& answer) {

@@ -24,6 +24,7 @@ namespace zn {
 namespace {
 
 constexpr size_t kMostReplies = 4096;  // whoever floods ends the pass
+constexpr u32 kMostPeriods = 20;       // and so does whoever never lets the time-out pass
 
 // What the thread and its callers share.
 struct DiscoveryState {
@@ -123,11 +124,13 @@ void KnowReplyNames() {
   return true;
 }
 
-// Until nothing has come for as long as the time-out.
+// Until nothing has come for as long as the time-out, or for too long.
 [[nodiscard]] std::vector<DiscoveryReply> CollectReplies(DatagramSocket& socket, u32 timeoutMs) {
   std::vector<DiscoveryReply> replies;
   u8 buffer[wire::kMaxDatagram + 1];  // one byte more tells a reply that is too long
-  while (replies.size() < kMostReplies &&
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1) +
+                   kMostPeriods * std::chrono::milliseconds(timeoutMs);
+  while (replies.size() < kMostReplies && std::chrono::steady_clock::now() < end &&
          socket.Wait(timeoutMs) == DatagramSocket::WaitResult::kReady) {
     DiscoveryReply reply;
     u32 port = 0;

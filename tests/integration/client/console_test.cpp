@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <future>
 #include <string>
 #include <thread>
@@ -132,9 +133,16 @@ TEST_F(RemoteConsole, PingsAndFindsTheServer) {
   EXPECT_EQ(ping.code, 0) << ping.err;
   EXPECT_THAT(ping.out, ContainsRegex("127\\.0\\.0\\.1:[0-9]+: [0-9.]+ ms\n.* ms\n"));
   EXPECT_EQ(Run("-H 127.0.0.1:1 ping --count 1 --wait 0.1").code, 1);
-  const Ended hosts = Run("--json hosts --at 127.0.0.1:" + std::to_string(service_.Port()));
-  EXPECT_EQ(hosts.code, 0) << hosts.err;
-  EXPECT_THAT(hosts.out, HasSubstr("\"Socket\""));
+  for (const char* host : {"127.0.0.1", "localhost", ""}) {
+    const Ended hosts =
+        Run("--json hosts --at " + std::string(host) + ":" + std::to_string(service_.Port()));
+    EXPECT_EQ(hosts.code, 0) << hosts.err;
+    EXPECT_THAT(hosts.out, HasSubstr("\"Socket\"")) << host;
+  }
+  EXPECT_EQ(Run("hosts --at 99999").code, 2) << "no port";
+  const Ended unknown = Run("hosts --at 'no host:1'");
+  EXPECT_EQ(unknown.code, 1);
+  EXPECT_THAT(unknown.err, HasSubstr("cannot find the host no host"));
 }
 
 TEST_F(RemoteConsole, FetchesALog) {
@@ -153,6 +161,37 @@ TEST_F(RemoteConsole, ListsTasks) {
   EXPECT_EQ(tasks.code, 0) << tasks.err;
   EXPECT_THAT(tasks.out, HasSubstr("\"tasks\": []"));
   EXPECT_EQ(Run(AsRoot() + "tasks stop 1234").code, 2) << "a server's task cannot be stopped here";
+}
+
+// A server with a catalog whose file is named as the server alone can find it.
+class RemoteMessages : public RemoteConsole {
+ protected:
+  void SetUp() override {
+    const std::filesystem::path here = std::filesystem::current_path();
+    std::filesystem::copy_file(ZN_SOURCES "/providers/example/catalogs/kettle.de.txt",
+                               folder_ / "kettle.de.txt");
+    service_.AddSettings(
+        "[Providers.kettle]\n"
+        "ImageFile = '" KETTLE_LIBRARY
+        "'\nMessageCatalog = '{A4E1B7C2-5D38-4F60-9B0E-7C1D2E3F4A58}'\n"
+        "[MessageCatalogs.'{A4E1B7C2-5D38-4F60-9B0E-7C1D2E3F4A58}'.MiraSkin.1]\n"
+        "1031 = { ImageFile = 'kettle.de.txt' }\n");
+    std::filesystem::current_path(folder_.Path());
+    RemoteConsole::SetUp();
+    std::filesystem::current_path(here);
+    setenv("USERPROFILE", (folder_ / "").c_str(), 1);
+  }
+  void TearDown() override { unsetenv("USERPROFILE"); }
+};
+
+TEST_F(RemoteMessages, ComeFromTheFilesOfTheServer) {
+  const Ended catalog = Run(AsRoot() + "messages kettle --locale de");
+  EXPECT_EQ(catalog.code, 0) << catalog.err;
+  EXPECT_THAT(catalog.out, HasSubstr("0x00000004  Kochen Sie Tee."));
+  EXPECT_EQ(Run(AsRoot() + "messages kettle 4 --locale de").out, "Kochen Sie Tee.\n");
+  EXPECT_THAT(Run(AsRoot() + "alerts --locale de").out, HasSubstr("Der Wasserkocher kocht"));
+  EXPECT_THAT(Run(AsRoot() + "show event.alert.example.kettle.boils --locale de").out,
+              HasSubstr("Der Wasserkocher kocht"));
 }
 
 // A watch in the background, whose output is a file meanwhile.

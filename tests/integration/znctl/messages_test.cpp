@@ -162,6 +162,21 @@ TEST_F(ConsoleMessages, ShowsOneMessageBare) {
   EXPECT_EQ(Run({"messages", "kettle", "4", "--locale", "0x409"}).out, "Make tea.\n");
 }
 
+TEST_F(ConsoleMessages, ShowsTheMessagesOfAnObjectInTheLanguageAskedFor) {
+  const char* alert = "event.alert.example.kettle.boils";
+  EXPECT_THAT(Run({"show", alert, "--locale", "de"}).out, HasSubstr("Der Wasserkocher kocht"));
+  EXPECT_THAT(Run({"show", alert, "--locale", "en"}).out, HasSubstr("Kettle boils"));
+  EXPECT_THAT(Run({"get", alert, "GenericAlertPropset", "--locale", "de"}).out,
+              HasSubstr("Kochen Sie Tee."));
+  const Json json = JsonOf({"get", alert, "GenericAlertPropset", "--locale", "de"});
+  const Json& message = json["value"]["RecommendedAction"]["value"];
+  EXPECT_EQ(message["text"], "Kochen Sie Tee.");
+  EXPECT_EQ(message["message"], 4) << "beside what the bus holds";
+  WriteSettings(false);
+  const Json own = JsonOf({"get", alert, "GenericAlertPropset", "--locale", "de"});
+  EXPECT_EQ(own["value"]["RecommendedAction"]["value"]["text"], "Make tea.");
+}
+
 TEST_F(ConsoleMessages, SaysWhatIsNotThere) {
   struct Case {
     std::vector<std::string> arguments;
@@ -176,6 +191,7 @@ TEST_F(ConsoleMessages, SaysWhatIsNotThere) {
       {{"messages", "kettle", "--locale", "xx"}, 2, "there is no locale"},
       {{"messages", "--locale", "xx"}, 2, "there is no locale"},
       {{"alerts", "--locale", "0"}, 2, "there is no locale"},
+      {{"show", "event.alert.example.kettle.boils", "--locale", "xx"}, 2, "there is no locale"},
       {{"alerts", "--follow", "--count", "0"}, 2, "--count: give 1 or more"},
       {{"alerts", "--follow", "--for", "nan"}, 2, "--for: give a number of seconds, 0 or more"},
       {{"watch", "--for", "1e300"}, 2, "--for: give a number of seconds, 0 or more"},

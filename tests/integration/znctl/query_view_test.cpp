@@ -82,7 +82,7 @@ TEST(ZnctlQueryFault, SaysWhatTheBusDoesNotKnow) {
               ElementsAre("SELECT FROM Dsik WHERE Size EQ 1",  //
                           "            ^",                     //
                           "word 3, the type: there is no type \"Dsik\"",
-                          "znctl --local types shows the types that there are"));
+                          "znctl types shows the types that there are"));
   EXPECT_THAT(
       Explained("SELECT FROM Disk WHERE Sise EQ 1", ZNE_PROPERTY_NOT_FOUND),
       ElementsAre("SELECT FROM Disk WHERE Sise EQ 1",  //

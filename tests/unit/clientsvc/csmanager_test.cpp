@@ -5,6 +5,8 @@
 
 #include "framework/common/znstream/znstream.h"
 #include "support/common/status.h"
+#include "tests/unit/framework/trace_capture.h"
+#include "tests/unit/support/descriptors.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/datagram.h"
 
@@ -73,6 +75,22 @@ TEST_F(Watching, BeforeItsStartNothingIsKept) {
   CSManagerActivate(1, 0);
   CSManagerRemoveServer(&one_);
   CSManagerShutdown();
+}
+
+TEST_F(Watching, NeedsASocket) {
+  if (kChecksNeedDescriptors) GTEST_SKIP() << "the sanitizer opens pipes for its own checks";
+  {
+    const TraceCapture traces(6);
+    u32 status = ZN_OK;
+    {
+      const FewDescriptors few(0);
+      status = CSManagerStartup();
+    }
+    EXPECT_EQ(status, ZNE_UNEXPECTED);
+    EXPECT_TRUE(traces.Has("CSManagerStartup: Socket creation failed"));
+  }
+  EXPECT_FALSE(CSManagerRuns());
+  EXPECT_EQ(CSManagerStartup(), ZN_OK) << "another try may succeed";
 }
 
 TEST_F(Watching, StartsOnce) {

@@ -1,13 +1,16 @@
 // Discovery: where it asks, what it makes of replies, and the table that it keeps.
 #include "clientsvc/common/discovery.h"
 
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 #include <gmock/gmock.h>
 
 #include "framework/common/znpropset/propertyset.h"
 #include "framework/common/znstream/znstream.h"
 #include "support/common/status.h"
+#include "tests/unit/support/descriptors.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/datagram.h"
 #include "zn/memory.h"
@@ -181,6 +184,13 @@ class Discovering : public testing::Test {
       const DiscoveryReply reply = From(0, Reply("host" + std::to_string(++asked_), flags_));
       EXPECT_TRUE(
           server_.Send(reply.data.data(), static_cast<u32>(reply.data.size()), address, port));
+      if (trickles_) Trickle(address, port);
+    }
+  }
+  // Something else again and again, so that it is never quiet.
+  void Trickle(u32 address, u32 port) {
+    while (trickles_ && server_.Wait(5) == DatagramSocket::WaitResult::kTimeout) {
+      static_cast<void>(server_.Send("x", 1, address, port));
     }
   }
   static std::vector<std::string> Hosts(u32 mask) {
@@ -196,6 +206,7 @@ class Discovering : public testing::Test {
   DatagramSocket server_;
   std::atomic<u32> asked_{0};
   std::atomic<u32> flags_{0};
+  std::atomic<bool> trickles_{false};
   std::thread answerer_;
 };
 
@@ -215,6 +226,45 @@ TEST_F(Discovering, TheTableIsReplacedByEachPass) {
   EXPECT_THAT(Hosts(0), IsEmpty());
   EXPECT_THAT(Hosts(1), IsEmpty());
   ClDisableHostDiscovery();
+}
+
+TEST_F(Discovering, StopsWhenItIsDisabledAndGoesOnWhenItIsEnabledAgain) {
+  SetDiscoveryTimes({1, 10});
+  ASSERT_EQ(ClEnableHostDiscovery(1, 0), ZN_OK);
+  EXPECT_TRUE(Eventually([this] { return asked_ > 2; }));
+  EXPECT_EQ(ClDisableHostDiscovery(), ZN_OK);
+  EXPECT_EQ(ClDisableHostDiscovery(), ZN_OK);
+  EXPECT_TRUE(Eventually([this] {
+    const u32 before = asked_;
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // several passes long
+    return asked_ == before;
+  }));
+  EXPECT_THAT(Hosts(0), SizeIs(1)) << "what was found stays";
+  const u32 before = asked_;
+  ASSERT_EQ(ClEnableHostDiscovery(1, 0), ZN_OK);
+  EXPECT_TRUE(Eventually([&] { return asked_ > before; }));
+}
+
+TEST_F(Discovering, APassThatFailsLeavesTheTable) {
+  if (kChecksNeedDescriptors) GTEST_SKIP() << "the sanitizer opens pipes for its own checks";
+  SetDiscoveryTimes({3600000, 50});
+  ASSERT_EQ(ClEnableHostDiscovery(1, 1), ZN_OK);
+  ASSERT_THAT(Hosts(0), SizeIs(1));
+  {
+    const FewDescriptors few(0);
+    EXPECT_EQ(RunDiscoveryPass(), ZNE_UNEXPECTED);
+  }
+  EXPECT_THAT(Hosts(0), SizeIs(1));
+}
+
+TEST_F(Discovering, WhoNeverFallsSilentDoesNotKeepAPassForEver) {
+  trickles_ = true;
+  SetDiscoveryTimes({3600000, 50});
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(ClEnableHostDiscovery(1, 1), ZN_OK);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  trickles_ = false;
+  EXPECT_THAT(Hosts(0), SizeIs(1));
 }
 
 }  // namespace

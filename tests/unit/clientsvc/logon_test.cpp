@@ -1,4 +1,5 @@
 // Connecting, negotiation and logon, as a server on the other end of a socket sees them.
+#include <atomic>
 #include <cstdlib>
 
 #include "clientsvc/common/clientsession.h"
@@ -110,6 +111,20 @@ TEST_F(ClientLogon, ComponentActivationIsNotToBeHad) {
   const ClConnectInfo connect = Connection();
   EXPECT_EQ(ClCreateDatabaseEx(&connect, nullptr, &handle_, &database_, 0), ZNE_NOT_IMPLEMENTED);
   ExpectNothingMade();
+}
+
+TEST_F(ClientLogon, IsAPasswordLogonAfterOneThatCouldNotBeSent) {
+  server_.SetOption("Authentication", 4);
+  ASSERT_EQ(ConnectOnly(), ZN_OK);
+  server_.On(3, [](const PropertySet&) { return std::string(); });
+  const ClLogonInfo logon = Alice();
+  EXPECT_EQ(ClLogon(handle_, &logon), ZNE_UNEXPECTED);
+  EXPECT_EQ(ClLogon(handle_, &logon), ZNE_UNEXPECTED);
+  std::vector<u32> types;
+  for (const PropertySet& request : server_.Received(3)) {
+    types.push_back(request.FindValue("AuthenticationType", ZN_TYPE_UINT32)->AsUInt32());
+  }
+  EXPECT_THAT(types, ElementsAre(4u, 1u)) << "once each: only a local one is sent again";
 }
 
 TEST_F(ClientLogon, WithNothingToProveOpensNothing) {
@@ -338,6 +353,37 @@ TEST_F(LocalLogon, GivesBackTheIdThatItFindsInSharedMemory) {
   const Credentials seen = server_.Logons().at(0);
   EXPECT_EQ(seen.user, GuidText());
   EXPECT_EQ(seen.password + seen.domain + seen.fourth, u"");
+}
+
+TEST_F(LocalLogon, TheSecretIsNotForAServerThatAsksForItUnasked) {
+  MakeArea();
+  const ClConnectInfo connect = Connection();
+  const ClLogonInfo logon = Alice();
+  for (const u32 granted : {2u, 3u, 6u}) {
+    server_.SetOption("Authentication", granted);
+    EXPECT_EQ(ClCreateDatabaseEx(&connect, &logon, &handle_, &database_, 0), ZNE_UNEXPECTED);
+    EXPECT_EQ(ClCreateDatabaseEx(&connect, nullptr, &handle_, &database_, 0), ZNE_UNEXPECTED);
+  }
+  EXPECT_THAT(server_.Received(13), IsEmpty());
+  ExpectNothingMade();
+}
+
+TEST_F(LocalLogon, IsSentThreeTimesWhenTheServerCannotSayWhy) {
+  MakeArea();
+  std::atomic<int> sends{0};
+  server_.On(3, [&](const PropertySet& request) -> std::optional<std::string> {
+    return ++sends < 3 ? std::string() : server_.Answered(3, request);
+  });
+  ASSERT_EQ(ClCreateDatabaseEx(&local_, nullptr, &handle_, &database_, 0), ZN_OK);
+  const std::vector<PropertySet> sent = server_.Received(3);
+  ASSERT_EQ(sent.size(), 3u);
+  EXPECT_TRUE(sent[1].Equals(sent[0]));
+  EXPECT_TRUE(sent[2].Equals(sent[0])) << "the same bytes";
+  ASSERT_EQ(ClDeleteDatabase(handle_, database_), ZN_OK);
+  Forget();
+  sends = -100;
+  EXPECT_EQ(ClCreateDatabaseEx(&local_, nullptr, &handle_, &database_, 0), ZNE_UNEXPECTED);
+  EXPECT_EQ(server_.Received(3).size(), 6u) << "three more, and no fourth";
 }
 
 TEST_F(LocalLogon, NeedsTheArea) {

@@ -1,7 +1,12 @@
 // What a session does once it is logged on: requests, calls, pushes, loss, files; and the handles.
+#include <sys/resource.h>
+
+#include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
+#include "clientsvc/common/clienthandle.h"
 #include "clientsvc/common/clientsession.h"
 #include "clientsvc/common/csmanager.h"
 #include "framework/common/znpropset/i18nvalue.h"
@@ -315,6 +320,30 @@ TEST_F(ClientSessionTest, AHandleIsClosedOnce) {
   Forget();
 }
 
+TEST_F(ClientSessionTest, AHandleThatIsClosedDuringItsLogonStaysClosed) {
+  ASSERT_EQ(ConnectOnly(), ZN_OK);
+  Signal asked;
+  std::atomic<int> requests{0};
+  server_.On(5, [&](const PropertySet& request) {
+    if (++requests == 3) {  // for the providers, without which a logon does as well
+      asked.Set();
+      EXPECT_TRUE(Eventually([&] { return ClientState(handle_) == ZN_CLIENT_CLOSED; }));
+    }
+    return server_.Answered(5, request);
+  });
+  std::thread closer([&] {
+    ASSERT_TRUE(asked.Wait());
+    EXPECT_EQ(ClDisconnect(handle_, 0, 0), ZN_OK);
+  });
+  const ClLogonInfo logon = Alice();
+  EXPECT_EQ(ClLogon(handle_, &logon), ZNE_INVALID_ARGUMENTS);
+  closer.join();
+  EXPECT_EQ(ClientState(handle_), ZN_CLIENT_CLOSED);
+  EXPECT_EQ(ClDisconnect(handle_, 0, 0), ZNE_INVALID_ARGUMENTS);
+  ZnFree(handle_);
+  Forget();
+}
+
 TEST_F(ClientSessionTest, BadArgumentsAreRefused) {
   const ClConnectInfo connect = Connection();
   const ClLogonInfo logon = Alice();
@@ -327,6 +356,12 @@ TEST_F(ClientSessionTest, BadArgumentsAreRefused) {
   EXPECT_EQ(ClCreateDatabaseEx(&connect, &logon, &handle_, nullptr, 0), ZNE_INVALID_ARGUMENTS);
   EXPECT_EQ(ClCreateDatabaseEx(&connect, &logon, &handle_, &database_, 1), ZNE_INVALID_ARGUMENTS);
   EXPECT_EQ(ClCreateDatabase(bad, &handle_, &database_), ZNE_INVALID_ARGUMENTS);
+  ClConnectInfo nowhere = connect;
+  nowhere.host = reinterpret_cast<const char*>(16);
+  EXPECT_EQ(ClCreateDatabaseEx(&nowhere, &logon, &handle_, &database_, 0), ZNE_INVALID_ARGUMENTS);
+  const std::string endless(4097, 'h');
+  nowhere.host = endless.c_str();
+  EXPECT_EQ(ClCreateDatabaseEx(&nowhere, &logon, &handle_, &database_, 0), ZNE_INVALID_ARGUMENTS);
   EXPECT_EQ(ClCreateDatabase(&connect, nullptr, &database_), ZNE_INVALID_ARGUMENTS);
   EXPECT_EQ(ClCreateDatabase(&connect, &handle_, nullptr), ZNE_INVALID_ARGUMENTS);
   EXPECT_THAT(server_.Numbers(), IsEmpty());
@@ -387,6 +422,8 @@ TEST_F(ClientSessionTest, AServerWithATokenIsWatchedOnceTheClientRegistered) {
   EXPECT_FALSE(CSManagerRuns()) << "the last one to go ends the watch";
   ZnFree(handle_);
   Forget();
+  ASSERT_EQ(LogOn(ZN_CONNECT_PING), ZN_OK);
+  EXPECT_TRUE(CSManagerFindServer(0x7f000001, &entry)) << "and the next one starts it anew";
 }
 
 TEST_F(ClientSessionTest, AServerWithoutATokenIsNotWatched) {
@@ -426,6 +463,19 @@ TEST_F(ClientSessionTest, StartsAreCounted) {
   EXPECT_EQ(ClStartup(), ZN_OK);
   EXPECT_EQ(ClShutdown(), ZN_OK);
   ASSERT_EQ(LogOn(), ZN_OK) << "the first start still holds";
+}
+
+TEST(ClientStarts, AStopWithoutItsStartMakesTheCountWrap) {
+  const ClConnectInfo nowhere{0, 1, "127.0.0.1", 0, 0, 0};
+  ClientHandle* handle = nullptr;
+  ZnHandle database = nullptr;
+  EXPECT_EQ(ClShutdown(), ZN_OK);
+  EXPECT_EQ(ClStartup(), ZN_OK) << "it makes up for the stop, and starts nothing";
+  EXPECT_EQ(ClCreateDatabase(&nowhere, &handle, &database), UCLE_NOT_INITIALIZED);
+  EXPECT_EQ(ClStartup(), ZN_OK);
+  EXPECT_EQ(ClCreateDatabase(&nowhere, &handle, &database), UCLE_SOCKET_ERROR);
+  EXPECT_EQ(ClShutdown(), ZN_OK);
+  EXPECT_EQ(ClCreateDatabase(&nowhere, &handle, &database), UCLE_NOT_INITIALIZED);
 }
 
 // A folder of its own as the user's.
@@ -544,6 +594,23 @@ TEST_F(ClientFiles, ACatalogThatCannotBeFetchedIsDoneWithout) {
   ASSERT_EQ(LogOn(), ZN_OK);
   EXPECT_EQ(MakeText(1, One(Value::Text("sda"))), ZN_OK);
   EXPECT_EQ(text_, u"default sda");
+}
+
+TEST_F(ClientFiles, ACatalogTakesItsNameWhenAllOfItIsThere) {
+  PublishCatalog(2);
+  ASSERT_EQ(LogOn(), ZN_OK);
+  // A file may not grow beyond this, as on a disk that is full.
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit tight{10, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
+  EXPECT_EQ(MakeText(1, One(Value::Text("sda"))), ZN_OK);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  EXPECT_EQ(text_, u"default sda");
+  EXPECT_TRUE(std::filesystem::is_empty(folder_ + "/.KELDob/Downloads/MsgCatalogs"));
+  EXPECT_EQ(MakeText(1, One(Value::Text("sda"))), ZN_OK);
+  EXPECT_EQ(text_, u"Disk sda is full") << "it was asked for again";
 }
 
 TEST_F(ClientFiles, MessagesOfAClientCopyComeFromItsFiles) {

@@ -370,6 +370,24 @@ TEST_F(RemoteCopyTest, ACallIsForwardedWithAllItsWords) {
   EXPECT_TRUE(DestroyPropertySet(out));
 }
 
+TEST_F(RemoteCopyTest, ACallThatFailsLeavesNoIds) {
+  Warm();
+  const ObjectId object = Make();
+  ASSERT_EQ(ObRegisterInterface(nullptr, object, first_->Handle(), &kShownInterface), ZN_OK);
+  onCall = [](PropertySet&, ObjectId*, ObjectId*, PropertySet*) -> u32 {
+    return UCLW_SOCKET_DISCONNECTED;
+  };
+  const ZnHandle set = WrapPropertySet(PropertySet());
+  ObjectId provider = TestGuid(1);
+  ObjectId task = TestGuid(2);
+  EXPECT_EQ(PrCallDispatch(copy_, object, &kShownInterface, 3, 4, set, set, ZN_CALL_ASYNCHRONOUS, 0,
+                           nullptr, nullptr, &provider, &task),
+            UCLW_SOCKET_DISCONNECTED);
+  EXPECT_EQ(provider, ObjectId{});
+  EXPECT_EQ(task, ObjectId{});
+  EXPECT_TRUE(DestroyPropertySet(set));
+}
+
 TEST_F(RemoteCopyTest, ACallNeedsObjectInterfaceAndProvider) {
   Warm();
   const ObjectId object = Make();
@@ -670,6 +688,54 @@ TEST_F(RemoteCopyTest, AChangeThatOvertakesTheAnswerIsAppliedBehindIt) {
   EXPECT_THAT(here, UnorderedElementsAre(changed, added));
   EXPECT_EQ(Size(changed), 9u);
   EXPECT_THAT(requests, SizeIs(1));
+}
+
+TEST_F(RemoteCopyTest, WhatGoesWhileAnAnswerHasItStillDoesNotComeBack) {
+  Warm();
+  const ObjectId deleted = Make();
+  const ObjectId hidden = Make();
+  const ObjectId kept = Make();
+  static_cast<void>(Told(3));
+  ASSERT_EQ(Size(deleted), 0u);
+  ASSERT_EQ(Size(hidden), 0u);
+  beforeReply = [&] {
+    EXPECT_EQ(ObDeleteObject(nullptr, deleted), ZN_OK);
+    EXPECT_EQ(ObSetFlags(nullptr, hidden, OBJECT_HIDDEN), ZN_OK);
+    Push(2);
+    EXPECT_FALSE(IsHere(deleted));
+    EXPECT_FALSE(IsHere(hidden));
+  };
+  EXPECT_THAT(List("TEST_Thing").second, ElementsAre(kept));
+  EXPECT_FALSE(IsHere(deleted));
+  EXPECT_FALSE(IsHere(hidden));
+}
+
+TEST_F(RemoteCopyTest, WhatHasComeAnotherWayIsNotTakenBackToWhatItWas) {
+  Warm();
+  const ObjectId id = Make();
+  static_cast<void>(Told(1));
+  beforeReply = [&] {
+    SetSize(id, 1);
+    Push(1);  // not here yet
+    SetSize(id, 2);
+    EXPECT_EQ(Size(id), 2u) << "another request brings it, with its latest state";
+    Push(1);
+  };
+  EXPECT_THAT(List("TEST_Thing").second, ElementsAre(id));
+  EXPECT_EQ(Size(id), 2u);
+}
+
+TEST_F(RemoteCopyTest, ATypeThatOvertakesTheAnswerWithAllTypesIsAppliedBehindIt) {
+  beforeReply = [&] {
+    TypeId("TEST_Late", "TEST_Thing");
+    EXPECT_EQ(
+        ObRegisterInterfaceOnType(nullptr, "TEST_Special", first_->Handle(), &kShownInterface),
+        ZN_OK);
+    Push(2);
+  };
+  EXPECT_EQ(List("KELD_Type").first, ZN_OK);
+  EXPECT_TRUE(TypeIsA(copy_, "TEST_Late", "TEST_Thing"));
+  EXPECT_THAT(Copy().Types().FindType("TEST_Special")->Interfaces(), SizeIs(1));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // What a server tells a client copy: every kind of change, batches, events, and what the listeners
 // of the client hear of it.
+#include "framework/common/znwire/nestedset.h"
 #include "tests/unit/framework/clientcopy_fixture.h"
 #include "zn/ev.h"
 
@@ -229,6 +230,37 @@ TEST_F(ClientCopyUpdate, HidingDeletesAndShowingAddsWhereTheTypeIsComplete) {
   EXPECT_THAT(requests, IsEmpty());
 }
 
+TEST_F(ClientCopyUpdate, AnObjectThatIsShownAgainHasItsRelativesBack) {
+  FetchThings();
+  const ObjectId parent = Make();
+  const ObjectId id = Make();
+  const ObjectId child = Make();
+  ASSERT_EQ(ObAddChildObject(nullptr, parent, id), ZN_OK);
+  ASSERT_EQ(ObAddChildObject(nullptr, id, child), ZN_OK);
+  Push(7);
+  ASSERT_EQ(ObSetFlags(nullptr, id, OBJECT_HIDDEN), ZN_OK);
+  Push(1);
+  EXPECT_THAT(Here(parent)->Children(), IsEmpty());
+  EXPECT_THAT(Here(child)->Parents(), IsEmpty());
+  ASSERT_EQ(ObSetFlags(nullptr, id, 0), ZN_OK);
+  Push(1);
+  EXPECT_THAT(Here(parent)->Children(), ElementsAre(InternedId(id)));
+  EXPECT_THAT(Here(child)->Parents(), ElementsAre(InternedId(id)));
+}
+
+TEST_F(ClientCopyUpdate, AParentKnowsAChildThatIsShownAgainBeforeTheChildIsHere) {
+  const ObjectId parent = Make();
+  const ObjectId id = Make("TEST_Thing", OBJECT_HIDDEN);
+  ASSERT_EQ(ObAddChildObject(nullptr, parent, id), ZN_OK);
+  static_cast<void>(Told(1));
+  ASSERT_EQ(Size(parent), 0u);
+  ASSERT_THAT(Here(parent)->Children(), IsEmpty());
+  ASSERT_EQ(ObSetFlags(nullptr, id, 0), ZN_OK);
+  Push(1);
+  EXPECT_FALSE(IsHere(id));
+  EXPECT_THAT(Here(parent)->Children(), ElementsAre(InternedId(id)));
+}
+
 TEST_F(ClientCopyUpdate, ShowingAddsNothingWhereTheTypeIsNotComplete) {
   const ObjectId id = Make("TEST_Thing", OBJECT_HIDDEN);
   Listen();
@@ -330,6 +362,20 @@ TEST_F(ClientCopyUpdate, ABadRecordInABatchDoesNotStopTheOnesBehind) {
   EXPECT_EQ(DbUpdateCache(copy_, batch), ZNE_PROPERTY_NOT_FOUND) << "no list";
 }
 
+TEST_F(ClientCopyUpdate, ARecordMayCarryItsDataAsBytes) {
+  const ObjectId id = MakeHere();
+  PropertySet size;
+  size.Put("Size", Value::UInt32(6));
+  PropertySet record = Record(Topic("TEST_Thing", ".data.change.", id), id, "TEST_Thing", {});
+  record.Put("Data", wire::AsBinary(size));
+  EXPECT_EQ(DbUpdateCache(copy_, record), ZN_OK);
+  EXPECT_EQ(Size(id), 6u);
+  record = Record(Topic("TEST_Thing", ".data.change.", id), id, "TEST_Thing", {});
+  record.Put("Data", Value::Binary("\xff", 1));
+  EXPECT_EQ(DbUpdateCache(copy_, record), ZNE_PROPERTY_NOT_FOUND) << "bytes of no set";
+  EXPECT_EQ(Size(id), 6u);
+}
+
 TEST_F(ClientCopyUpdate, WhatIsNoChangeIsRefused) {
   const ObjectId id = MakeHere();
   const PropertySet good = Record(Topic("TEST_Thing", ".object.delete.", id), id, "TEST_Thing", {});
@@ -409,6 +455,20 @@ TEST_F(ServerEvent, IsRaisedForTheListenersOfTheCopy) {
   for (const Heard& event : raised.Items()) {
     EXPECT_NE(event.topic, "event.keld.hello") << "it is not sent on";
   }
+}
+
+TEST_F(ServerEvent, MayCarryItsDataAsBytes) {
+  Listen();
+  PropertySet data;
+  data.Put("Number", Value::UInt32(7));
+  PropertySet message = Event("event.keld.hello", 0);
+  message.Put("Data", wire::AsBinary(data));
+  EXPECT_EQ(RaiseServerEvent(copy_, message), ZN_OK);
+  FlushEvents();
+  const std::vector<Heard> events = heard.Items();
+  ASSERT_EQ(events.size(), 1u);
+  ASSERT_TRUE(events[0].hasData);
+  EXPECT_EQ(events[0].data.FindValue("Number", ZN_TYPE_UINT32)->AsUInt32(), 7u);
 }
 
 TEST_F(ServerEvent, HasNoSetWhereTheServersIsEmpty) {

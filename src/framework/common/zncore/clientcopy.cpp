@@ -105,12 +105,14 @@ u32 RaiseServerEvent(ZnHandle hDb, PropertySet& message) noexcept try {
   if (database == nullptr) return ZNE_INVALID_ARGUMENTS;
   const Value* flags = message.FindValue(wire::kFlagsKey, ZN_TYPE_UINT32);
   const Value* topic = message.FindValue(wire::kNotificationIdKey, ZN_TYPE_STRING);
-  PropertySet* data = FindOwnSet(message, wire::kDataKey);
-  if (flags == nullptr || topic == nullptr || data == nullptr) return ZNE_PROPERTY_NOT_FOUND;
+  PropertySet data;
+  if (flags == nullptr || topic == nullptr || !TakeNestedSet(message, wire::kDataKey, &data)) {
+    return ZNE_PROPERTY_NOT_FOUND;
+  }
   ZnHandle provider = nullptr;
   ZN_RETURN_IF_FAILED(ProviderOfEvent(*database, message, &provider));
   if (!database->Events().HasListeners()) return ZN_OK;
-  return RaiseReceivedEvent(*database, provider, topic->AsText(), std::move(*data),
+  return RaiseReceivedEvent(*database, provider, topic->AsText(), std::move(data),
                             flags->AsUInt32());
 } catch (const std::bad_alloc&) {
   return ZNE_OUT_OF_MEMORY;

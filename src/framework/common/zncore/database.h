@@ -266,8 +266,8 @@ class Database {
   [[nodiscard]] u32 QueryServer(std::u16string_view text, std::vector<ObjectId>* out);
   [[nodiscard]] u32 AskForInterface(std::string_view typeName, const GUID& interfaceId,
                                     std::vector<ObjectId>* out);
-  // Installs the objects of an answer that are not here yet, and appends their ids alone when
-  // `added` is given. The first that cannot be made ends it.
+  // Installs the objects of an answer that are not here yet, and appends their ids alone. The first
+  // that cannot be made ends it.
   [[nodiscard]] u32 InstallListing(PropertySet& reply, std::vector<ObjectId>* added);
   [[nodiscard]] u32 InstallProviders(PropertySet& reply, std::vector<ObjectId>*);
   [[nodiscard]] u32 InstallTypes(PropertySet& reply, std::vector<ObjectId>*);
@@ -282,8 +282,8 @@ class Database {
   // over.
   void ReadInterfaces(const PropertySet& form, DBNode& node);
 
-  // One change on a client copy. What it would have done to an object that is not here is kept
-  // while a fetch is under way.
+  // One change on a client copy. One of an object that is not here, or not any more, is kept while
+  // a fetch is under way: its answer may bring the object as it was before.
   enum class Outcome { kDone, kMissed };
   using ApplyChange = Outcome (Database::*)(ChangeRecord& record,
                                             std::unique_ptr<PropertySet>* localData);
@@ -303,10 +303,13 @@ class Database {
   [[nodiscard]] Outcome ApplyTypeAdd(ChangeRecord& record, std::unique_ptr<PropertySet>* localData);
   [[nodiscard]] Outcome ApplyTypeInterfaces(ChangeRecord& record,
                                             std::unique_ptr<PropertySet>* localData);
+  [[nodiscard]] bool AreTypesHere();
   [[nodiscard]] u32 ReplaceObject(ChangeRecord& record);
   void DeleteQuietly(DBNode* node) noexcept;
   void RememberMissed(ChangeRecord&& record);
-  void ReplayMissed(size_t first);
+  void ReplayMissed(size_t first, const std::vector<ObjectId>& added);
+  // The server's relations of an object that it shows again, at the ends that are here.
+  void RestoreRelations(const InternedId& id, const PropertySet& form);
   void Unpin() noexcept;
 
   // A node with its initial properties, in the tables, not told to anybody yet.
@@ -343,7 +346,7 @@ class Database {
   bool closing_ = false;
   u32 pins_ = 0;
   u32 fetches_ = 0;                   // under way
-  std::vector<ChangeRecord> missed_;  // told while they were, of objects not here
+  std::vector<ChangeRecord> missed_;  // told while they were, of objects that are not here
   i32 notifyEnable_ = 0;
   u32 sequenceDepth_ = 0;
   std::vector<DBNode*> groups_;

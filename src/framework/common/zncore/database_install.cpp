@@ -11,6 +11,7 @@
 #include "framework/common/znprov/provider.h"
 #include "framework/common/zntypeobject/typeobject.h"
 #include "framework/common/znwire/messages.h"
+#include "framework/common/znwire/nestedset.h"
 #include "support/common/status.h"
 
 namespace zn {
@@ -59,6 +60,14 @@ PropertySet* FindOwnSet(PropertySet& form, std::string_view name) noexcept {
   Property* property = form.Find(key);
   const bool isSet = property != nullptr && property->TypeTag() == ZN_TYPE_PROPSET;
   return isSet ? &property->GetValue().AsSet() : nullptr;
+}
+
+bool TakeNestedSet(PropertySet& message, std::string_view name, PropertySet* out) {
+  if (PropertySet* own = FindOwnSet(message, name)) {
+    out->TakeFrom(*own);
+    return true;
+  }
+  return wire::FindNestedSet(message, name, out) != nullptr;
 }
 
 std::vector<Value>* FindOwnSetList(PropertySet& set, std::string_view name) noexcept {
@@ -175,7 +184,7 @@ u32 Database::InstallListing(PropertySet& reply, std::vector<ObjectId>* added) {
     if (id == nullptr || ObjectExists(id->AsGuid())) continue;
     const ObjectId guid = id->AsGuid();
     ZN_RETURN_IF_FAILED(InstallObjectFrom(object.AsSet()));
-    if (added != nullptr) added->push_back(guid);
+    added->push_back(guid);
   }
   return ZN_OK;
 }

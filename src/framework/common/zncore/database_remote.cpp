@@ -1,12 +1,14 @@
 // A client copy and its server: requests for objects, and what their answers bring. Whoever made
 // the copy carries the request (DatabaseCallbacks::forwardRequest) with the bus lock given up, so
 // the copy may be another one after each: changes that the server tells meanwhile are applied, and
-// those of objects that are still on their way here are kept and applied behind them.
+// those of objects that are not here are kept, to be applied behind an answer that brings them in
+// an older state.
 #include "framework/common/zncore/database.h"
 
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <unordered_set>
 #include <utility>
 
 #include "framework/common/zncore/wireform.h"
@@ -103,12 +105,14 @@ u32 Database::Fetch(RequestCriteria criteria, PropertySet data, const FetchPlan&
   const FetchScope scope(*this);
   PropertySet reply;
   ZN_RETURN_IF_FAILED(RemoteRequest(criteria, std::move(data), &reply));
-  const u32 status = (this->*plan.install)(reply, plan.added);
+  std::vector<ObjectId> added;
+  const u32 status = (this->*plan.install)(reply, &added);
   if (!ZN_FAILED(status) && !plan.completes.empty()) {
     TypeObject* type = types_.FindType(plan.completes);  // it may have come just now
     if (type != nullptr) type->SetComplete();
   }
-  ReplayMissed(scope.First());
+  ReplayMissed(scope.First(), added);
+  if (plan.added != nullptr) *plan.added = std::move(added);
   return status;
 }
 
@@ -194,9 +198,18 @@ void Database::RememberMissed(ChangeRecord&& record) {
   if (fetches_ != 0 && missed_.size() < kMost) missed_.push_back(std::move(record));
 }
 
-// The listeners have heard of them when they came.
-void Database::ReplayMissed(size_t first) {
+// The listeners have heard of them when they came. An object that is here, and not by this answer,
+// came another way since, with all that is told of it here behind it: an older record would take it
+// back to what it was.
+void Database::ReplayMissed(size_t first, const std::vector<ObjectId>& added) {
+  if (missed_.size() <= first) return;
+  std::unordered_set<GUID, GuidHasher, GuidEqual> due(added.begin(), added.end());
   for (size_t i = first; i < missed_.size(); ++i) {
+    const ObjectId id = missed_[i].objectId.Value();
+    if (!due.contains(id)) {
+      if (ObjectExists(id)) continue;
+      due.insert(id);
+    }
     std::unique_ptr<PropertySet> unheard;
     ChangeRecord record = fetches_ > 1 ? missed_[i] : std::move(missed_[i]);
     static_cast<void>(Apply(record, &unheard));

@@ -33,8 +33,8 @@ constexpr size_t kChangeToken = 5;  // and the one behind it
   const Value* topic = set.FindValue(wire::kNotificationIdKey, ZN_TYPE_STRING);
   const Value* id = set.FindValue(wire::kObjectIdKey, ZN_TYPE_OBJECT_ID);
   const Value* type = set.FindValue(wire::kObjectTypeKey, ZN_TYPE_STRING);
-  PropertySet* data = FindOwnSet(set, wire::kDataKey);
-  if (flags == nullptr || topic == nullptr || id == nullptr || type == nullptr || data == nullptr) {
+  if (flags == nullptr || topic == nullptr || id == nullptr || type == nullptr ||
+      !TakeNestedSet(set, wire::kDataKey, &record->data)) {
     return ZNE_PROPERTY_NOT_FOUND;
   }
   record->flags = flags->AsUInt32();
@@ -42,7 +42,6 @@ constexpr size_t kChangeToken = 5;  // and the one behind it
   record->database = database.Handle();
   record->objectId = id->AsId();
   record->objectType = type->AsText();
-  record->data.TakeFrom(*data);
   return ZN_OK;
 }
 
@@ -163,7 +162,7 @@ Database::Outcome Database::ApplyDelete(ChangeRecord& record,
   if (node == nullptr) return Outcome::kMissed;
   if (events_.HasListeners()) *localData = std::make_unique<PropertySet>(node->Properties());
   DeleteNode(node);
-  return Outcome::kDone;
+  return Outcome::kMissed;  // an answer that is on its way may still have it
 }
 
 // All properties come with each change of one.
@@ -215,23 +214,50 @@ Database::Outcome Database::ApplyFlags(ChangeRecord& record, std::unique_ptr<Pro
   if (flags == nullptr) return Outcome::kDone;
   const u32 word = flags->AsUInt32();
   const bool isHidden = (word & OBJECT_HIDDEN) != 0;
-  if (DBNode* node = FindCached(record.objectId.Value())) {
-    if (isHidden) {
-      DeleteNode(node);
-    } else {
-      node->SetRawFlags(word);
-    }
+  DBNode* node = FindCached(record.objectId.Value());
+  if (isHidden) {
+    if (node != nullptr) DeleteNode(node);
+    return Outcome::kMissed;
+  }
+  if (node != nullptr) {
+    node->SetRawFlags(word);
     return Outcome::kDone;
   }
+  RestoreRelations(record.objectId, record.data);
   const TypeObject* type = types_.FindType(record.objectType.Text());
-  if (isHidden || type == nullptr || !type->IsComplete()) return Outcome::kMissed;
+  if (type == nullptr || !type->IsComplete()) return Outcome::kMissed;
   if (ZN_FAILED(ReplaceObject(record))) return Outcome::kDone;
   record.topic = ObjectTopic(record.objectType.Text(), kObjectAdded.topic, record.objectId.Value());
   return Outcome::kDone;
 }
 
+// Its relatives lost it here when it was hidden, and the server tells of no change of theirs.
+void Database::RestoreRelations(const InternedId& id, const PropertySet& form) {
+  for (const InternedId& parentId : ReadIds(form, wire::kParentListKey)) {
+    DBNode* parent = FindCached(parentId.Value());
+    if (parent == nullptr) continue;
+    IdSet children = parent->Children();
+    children.insert(id);
+    parent->ReplaceChildren(std::move(children));
+  }
+  for (const InternedId& childId : ReadIds(form, wire::kChildListKey)) {
+    DBNode* child = FindCached(childId.Value());
+    if (child == nullptr) continue;
+    IdSet parents = child->Parents();
+    parents.insert(id);
+    child->ReplaceParents(std::move(parents));
+  }
+}
+
+// Before the types are here its supertypes may be unknown, and what is on its way may be older.
+bool Database::AreTypesHere() {
+  const TypeObject* typeType = types_.FindType(kTypeTypeName);
+  return typeType != nullptr && typeType->IsComplete();
+}
+
 // Where all objects of a base type are here, so are those of the new type: it has none yet.
 Database::Outcome Database::ApplyTypeAdd(ChangeRecord& record, std::unique_ptr<PropertySet>*) {
+  if (!AreTypesHere()) return Outcome::kMissed;
   const Value* name = record.data.FindValue("TypeName", ZN_TYPE_STRING);
   if (name == nullptr || ZN_FAILED(types_.InstallType(record.data))) return Outcome::kDone;
   TypeObject* type = types_.FindType(name->AsText());
@@ -243,6 +269,7 @@ Database::Outcome Database::ApplyTypeAdd(ChangeRecord& record, std::unique_ptr<P
 
 Database::Outcome Database::ApplyTypeInterfaces(ChangeRecord& record,
                                                 std::unique_ptr<PropertySet>*) {
+  if (!AreTypesHere()) return Outcome::kMissed;
   static_cast<void>(types_.ReplaceInterfaces(record.objectId.Value(), record.data));
   return Outcome::kDone;
 }

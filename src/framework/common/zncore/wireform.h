@@ -17,6 +17,9 @@ namespace zn {
 [[nodiscard]] IdSet ReadIds(const PropertySet& form, std::string_view name);
 // A nested set, to be taken out, or null.
 [[nodiscard]] PropertySet* FindOwnSet(PropertySet& form, std::string_view name) noexcept;
+// A nested set in either of its forms, taken out or read from its bytes into the empty `out`. False
+// when there is neither a set nor the bytes of one.
+[[nodiscard]] bool TakeNestedSet(PropertySet& message, std::string_view name, PropertySet* out);
 // A list of sets, to be taken out, or null (see FindSetList).
 [[nodiscard]] std::vector<Value>* FindOwnSetList(PropertySet& set, std::string_view name) noexcept;
 

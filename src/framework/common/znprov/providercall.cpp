@@ -190,6 +190,11 @@ u32 ForwardProviderCall(Database& database, const ProviderCallArguments& call,
   if (IsValidHandle(call.out, HANDLE_PROPSET)) {
     HandleThing<PropertySet>(call.out)->Swap(output);
   }
+  // A server that has gone has answered nothing.
+  if (ZN_FAILED(status)) {
+    *results.provider = ObjectId{};
+    if (task != nullptr) *task = ObjectId{};
+  }
   return status;
 }
 
