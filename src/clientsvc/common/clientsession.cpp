@@ -6,6 +6,7 @@
 
 #include "framework/common/zncore/clientcopy.h"
 #include "framework/common/zncore/wireform.h"
+#include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znwire/messages.h"
 #include "support/common/fastlock.h"
 #include "support/common/handle.h"
@@ -19,6 +20,8 @@
 namespace zn {
 
 namespace {
+
+constexpr u32 kLastEventsMs = 1000;
 
 // A block of the communication layer.
 class ReceivedBlock {
@@ -193,6 +196,8 @@ u32 ClientSession::OnServerData(const void* data, u32 length) {
 
 void ClientSession::OnConnectionLost() noexcept {
   if (lossTold_.exchange(true)) return;
+  // What the server said last, that it stops above all, is heard before the copy's receivers go.
+  static_cast<void>(WaitForDelivery(kLastEventsMs));
   TellServerGone(database_);
   SessionList::Instance().Unlist(this);
   flags_.fetch_or(kLost);

@@ -247,6 +247,13 @@ TEST_F(RemoteWatch, OutlivesItsConnection) {
   EXPECT_THAT(watch.err, HasSubstr("znctl: connected to 127.0.0.1:" + port + " again"));
 }
 
+TEST_F(RemoteWatch, ShowsThatTheServerStops) {
+  Begin("watch --for 3");
+  service_.Signal(SIGTERM);
+  EXPECT_EQ(watching_.get().code, 0);
+  EXPECT_THAT(ReadFile(out_), HasSubstr("event.alert.keld.server.shutdown"));
+}
+
 TEST_F(RemoteWatch, EndsInTimeWithoutAServer) {
   Begin("watch --for 5");
   service_.Signal(SIGKILL);
