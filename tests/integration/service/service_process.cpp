@@ -133,10 +133,18 @@ void ServiceProcess::MustStart(std::vector<std::string> arguments) {
 }
 
 bool ServiceProcess::Start(std::vector<std::string> arguments) {
+  Begin(std::move(arguments));
+  return WaitUntilItListens();
+}
+
+void ServiceProcess::Begin(std::vector<std::string> arguments) {
   const bool namesPort = std::find(arguments.begin(), arguments.end(), "--port") != arguments.end();
   if (!namesPort) arguments.insert(arguments.end(), {"--port", "0"});
   arguments.emplace_back("--foreground");
   Spawn(arguments);
+}
+
+bool ServiceProcess::WaitUntilItListens() {
   constexpr std::string_view kMark = "znsvc: listening on 127.0.0.1, port ";
   for (std::string line = ReadLine(); !line.empty(); line = ReadLine()) {
     output_ += line + "\n";
@@ -147,13 +155,18 @@ bool ServiceProcess::Start(std::vector<std::string> arguments) {
   return false;
 }
 
-int ServiceProcess::RunToEnd(const std::vector<std::string>& arguments) {
-  Spawn(arguments);
-  output_.clear();
+std::string ServiceProcess::RestOfOutput() const {
+  std::string text;
   char buffer[4096];
   for (ssize_t got = 0; (got = read(out_, buffer, sizeof buffer)) > 0;) {
-    output_.append(buffer, static_cast<size_t>(got));
+    text.append(buffer, static_cast<size_t>(got));
   }
+  return text;
+}
+
+int ServiceProcess::RunToEnd(const std::vector<std::string>& arguments) {
+  Spawn(arguments);
+  output_ = RestOfOutput();
   return WaitForEnd();
 }
 

@@ -23,6 +23,9 @@ class ServiceProcess {
   // MustStart throws what it printed, which ends the test.
   void MustStart(std::vector<std::string> arguments = {});
   [[nodiscard]] bool Start(std::vector<std::string> arguments = {});
+  // The two halves of Start: between them the providers load.
+  void Begin(std::vector<std::string> arguments);
+  [[nodiscard]] bool WaitUntilItListens();
   // Starts it with these arguments alone and waits for its end: the exit code.
   int RunToEnd(const std::vector<std::string>& arguments);
   void Signal(int number) const;
@@ -35,6 +38,8 @@ class ServiceProcess {
   [[nodiscard]] std::string Trace() const { return ReadFile(folder_ / "Logs/znmira.log"); }
   [[nodiscard]] std::string SettingsFile() const { return folder_ / "settings.toml"; }
   [[nodiscard]] const TemporaryFolder& Folder() const { return folder_; }
+  // What it printed since; once it has ended.
+  [[nodiscard]] std::string RestOfOutput() const;
   void AddSettings(const std::string& text) const;
   // Where the process tells what systemd would hear; before Start.
   void SetNotifySocket(const std::string& path) { notifySocket_ = path; }
