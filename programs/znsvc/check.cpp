@@ -175,9 +175,14 @@ void CheckNetwork(const toml::table& root, Findings& findings) {
                  "BindAddress: '" + address + "' is no IPv4 address of this machine");
 }
 
-int RunCheck(std::ostream& out) {
-  const std::string file = SettingsFile();
-  Findings findings(out, file);
+namespace {
+
+void CheckFile(const std::string& file, Findings& findings) {
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(file, ignored)) {
+    findings.Error(0, "there is no such file");
+    return;
+  }
   try {
     const toml::table root = toml::parse_file(file);
     CheckAll(root, findings);
@@ -186,6 +191,14 @@ int RunCheck(std::ostream& out) {
     findings.Error(place.line, "column " + std::to_string(place.column) + ": " +
                                    std::string(error.description()));
   }
+}
+
+}  // namespace
+
+int RunCheck(std::ostream& out) {
+  const std::string file = SettingsFile();
+  Findings findings(out, file);
+  CheckFile(file, findings);
   out << file << ": " << findings.Errors() << " errors, " << findings.Warnings() << " warnings\n";
   return findings.Errors() == 0 ? kExitDone : kExitFailed;
 }

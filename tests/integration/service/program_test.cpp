@@ -28,8 +28,14 @@ TEST(ServiceProgram, ExplainsItself) {
 
 TEST(ServiceProgram, RefusesAWrongCommandLine) {
   ServiceProcess service;
-  for (const std::vector<std::string>& arguments :
-       {std::vector<std::string>{"--prot", "1"}, {"--port", "65536"}, {"--port", "x"}, {"word"}}) {
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--prot", "1"},
+                                                    {"--port", "65536"},
+                                                    {"--port", "x"},
+                                                    {"--port", "-1"},
+                                                    {"--port"},
+                                                    {"--settings"},
+                                                    {"--check", "word"},
+                                                    {"word"}}) {
     EXPECT_EQ(service.RunToEnd(arguments), 2) << arguments[0];
   }
 }
@@ -78,8 +84,11 @@ TEST(ServiceProgram, EndsWithoutASettingsFile) {
   std::filesystem::remove(service.SettingsFile());
   EXPECT_EQ(service.RunToEnd({"--port", "0"}), 1);
   EXPECT_THAT(service.Output(), HasSubstr("the start failed: 0x"));
-  EXPECT_EQ(service.RunToEnd({"--check"}), 1);
-  EXPECT_THAT(service.Output(), HasSubstr("1 errors, 0 warnings"));
+  for (const std::string& file : {service.SettingsFile(), service.Folder().Path()}) {
+    EXPECT_EQ(service.RunToEnd({"--check", "--settings", file}), 1);
+    EXPECT_EQ(service.Output(),
+              file + ": error: there is no such file\n" + file + ": 1 errors, 0 warnings\n");
+  }
 }
 
 TEST(ServiceProgram, AcceptsAnyPasswordOnlyWhenToldAndOnlyOnALoopbackAddress) {

@@ -35,10 +35,13 @@ ServiceProcess::~ServiceProcess() {
   if (out_ >= 0) close(out_);
 }
 
-// anna and root with passwords; ben's is wrong for everybody.
+// ben's is good and helps nobody, for he is on no list; daemon is an account of every host, with a
+// group of its name.
 void ServiceProcess::WritePamRules() const {
   std::filesystem::create_directory(folder_ / "pam");
-  WriteFile(folder_ / "passwords", "anna:secret:znsvc\nroot:toor:znsvc\nben:secret:znsvc\n");
+  WriteFile(folder_ / "passwords",
+            "anna:secret:znsvc\nroot:toor:znsvc\nben:secret:znsvc\n"
+            "daemon:secret:znsvc\n");
   const std::string matrix = std::string(ZN_PAM_MATRIX) + " passdb=" + (folder_ / "passwords");
   WriteFile(folder_ / "pam/znsvc", "auth required " + matrix + "\naccount required " + matrix +
                                        "\npassword required " + matrix + "\nsession required " +

@@ -79,6 +79,33 @@ TEST_F(SessionProcess, LogsOnByPam) {
   }
 }
 
+TEST_F(SessionProcess, LogsOnTheMembersOfAnAccessGroup) {
+  struct Row {
+    const char* groups;
+    u32 result;
+  };
+  const Row rows[] = {
+      {"daemon", ZN_OK},
+      {"no-such-group;daemon", ZN_OK},
+      {".\\daemon", ZN_OK},
+      {"nogroup", ZNE_ACCESS_DENIED},
+      {"elsewhere.example\\daemon", ZNE_ACCESS_DENIED},
+      {"", ZNE_ACCESS_DENIED},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.groups);
+    ServiceProcess service("[Security]\nAccessGroups = '" + std::string(row.groups) + "'\n");
+    service.MustStart();
+    RawClient member(service.Port());
+    EXPECT_EQ(member.LogOn(u"daemon", u"secret"), row.result);
+    RawClient stranger(service.Port());
+    EXPECT_EQ(stranger.LogOn(u"daemon", u"guess"), ZNE_ACCESS_DENIED)
+        << "a membership stands for no password";
+    RawClient other(service.Port());
+    EXPECT_EQ(other.LogOn(u"ben", u"secret"), ZNE_ACCESS_DENIED);
+  }
+}
+
 TEST_F(SessionProcess, AFailedLogonMayBeTriedAgainOnTheSameConnection) {
   ServiceProcess service;
   service.MustStart();
