@@ -247,8 +247,10 @@ bool Watch::MonitorRound() noexcept {
 void Watch::Monitor() noexcept {
   bool isLast = false;
   while (!stop_.load() && !isLast) {
-    isLast = MonitorRound();
-    if (!isLast) static_cast<void>(wakeMonitor_.Wait(Times().monitorMs));
+    // The list is empty when the watch begins: a round before the wait would look at nothing, or,
+    // where this thread is late, take half a minute from a server that has just been added.
+    static_cast<void>(wakeMonitor_.Wait(Times().monitorMs));
+    if (!stop_.load()) isLast = MonitorRound();
   }
   monitorEnded_.Set();
   // The watch of another session may run by now.
