@@ -105,6 +105,10 @@ void Watch::StartThread(Body&& body) {
 }
 
 u32 Watch::Start() {
+  // A thread that was not started has ended.
+  receiveEnded_.Set();
+  monitorEnded_.Set();
+  pingEnded_.Set();
   if (!socket_.Open()) {
     ZN_TRACE(6, "CSManagerStartup: Socket creation failed");
     return ZNE_UNEXPECTED;
@@ -112,10 +116,6 @@ u32 Watch::Start() {
   const bool areEventsGood = pingEnded_.IsGood() && receiveEnded_.IsGood() &&
                              monitorEnded_.IsGood() && wakePing_.IsGood() && wakeMonitor_.IsGood();
   if (!socket_.Bind(kAnyAddress, 0) || !areEventsGood) return ZNE_UNEXPECTED;
-  // A thread that was not started has ended.
-  receiveEnded_.Set();
-  monitorEnded_.Set();
-  pingEnded_.Set();
   try {
     static_cast<void>(receiveEnded_.Wait(0));
     StartThread([](Watch& watch) { watch.Receive(); });
@@ -247,8 +247,10 @@ bool Watch::MonitorRound() noexcept {
 void Watch::Monitor() noexcept {
   bool isLast = false;
   while (!stop_.load() && !isLast) {
-    isLast = MonitorRound();
-    if (!isLast) static_cast<void>(wakeMonitor_.Wait(Times().monitorMs));
+    // The list is empty when the watch begins: a round before the wait would look at nothing, or,
+    // where this thread is late, take half a minute from a server that has just been added.
+    static_cast<void>(wakeMonitor_.Wait(Times().monitorMs));
+    if (!stop_.load()) isLast = MonitorRound();
   }
   monitorEnded_.Set();
   // The watch of another session may run by now.

@@ -18,7 +18,7 @@ class Damaged : public ClientTest {
   void TryWith(u32 message, size_t place, u8 flip) {
     server_.On(message, [this, message, place, flip](const PropertySet& request) {
       std::optional<std::string> answer = server_.Answered(message, request);
-      length_ = answer->size();
+      length_ = std::max(length_.load(), answer->size());  // the answers of a kind differ
       if (place < answer->size()) (*answer)[place] = static_cast<char>((*answer)[place] ^ flip);
       return answer;
     });

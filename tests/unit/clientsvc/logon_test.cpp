@@ -1,6 +1,7 @@
 // Connecting, negotiation and logon, as a server on the other end of a socket sees them.
 #include <atomic>
 #include <cstdlib>
+#include <utility>
 
 #include "clientsvc/common/clientsession.h"
 #include "clientsvc/common/csmanager.h"
@@ -318,6 +319,9 @@ class LocalLogon : public ClientLogon {
     server_.SetOption("Authentication", 2);
     server_.SetOption("ShMemIndex", 3);
     ASSERT_EQ(ZnGenerateGUID(&guid_), ZN_OK);
+    // A service that was killed may have left the area of this port.
+    MakeArea();
+    ASSERT_EQ(ZnDeleteShMem(std::exchange(view_, nullptr), std::exchange(area_, nullptr)), ZN_OK);
     local_ = {0, server_.Port(), nullptr, ZN_CONNECT_LOCAL_PORT, 0, 0};
   }
   void TearDown() override {

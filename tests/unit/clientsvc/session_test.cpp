@@ -323,15 +323,11 @@ TEST_F(ClientSessionTest, AHandleIsClosedOnce) {
 TEST_F(ClientSessionTest, AHandleThatIsClosedDuringItsLogonStaysClosed) {
   ASSERT_EQ(ConnectOnly(), ZN_OK);
   Signal asked;
-  Signal seen;
   std::atomic<int> requests{0};
-  server_.On(5, [&](const PropertySet& request) {
-    if (++requests == 3) {  // for the providers, without which a logon does as well
-      asked.Set();
-      EXPECT_TRUE(Eventually([&] { return ClientState(handle_) == ZN_CLIENT_CLOSED; }));
-      seen.Set();
-    }
-    return server_.Answered(5, request);
+  server_.On(5, [&](const PropertySet& request) -> std::optional<std::string> {
+    if (++requests != 3) return server_.Answered(5, request);
+    asked.Set();  // the third is for the providers, without which a logon does as well
+    return std::nullopt;
   });
   std::thread closer([&] {
     ASSERT_TRUE(asked.Wait());
@@ -342,7 +338,6 @@ TEST_F(ClientSessionTest, AHandleThatIsClosedDuringItsLogonStaysClosed) {
   closer.join();
   EXPECT_EQ(ClientState(handle_), ZN_CLIENT_CLOSED);
   EXPECT_EQ(ClDisconnect(handle_, 0, 0), ZNE_INVALID_ARGUMENTS);
-  ASSERT_TRUE(seen.Wait());
   ZnFree(handle_);
   Forget();
 }
