@@ -1,8 +1,8 @@
-# Compiles the common folders of support, framework, ucl and clientsvc for a 32-bit Windows, without linking: a
-# platform header that slipped in, a missing seam or a 64-bit assumption fails here. Files that
-# include Xerces-C or OpenSSL are left out, since Debian has neither for that target.
+# Compiles the common folders of every layer for a 32-bit Windows, without linking: a platform header
+# that slipped in, a missing seam or a 64-bit assumption fails here. Files that include Xerces-C or
+# OpenSSL are left out, since Debian has neither for that target.
 set(seam_sources)
-foreach(layer support framework ucl clientsvc)
+foreach(layer support framework ucl service clientsvc)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${layer}/common/*.cpp)
   foreach(source IN LISTS sources)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
