@@ -18,7 +18,7 @@ class Damaged : public ClientTest {
   void TryWith(u32 message, size_t place, u8 flip) {
     server_.On(message, [this, message, place, flip](const PropertySet& request) {
       std::optional<std::string> answer = server_.Answered(message, request);
-      length_ = answer->size();
+      length_ = std::max<size_t>(length_, answer->size());  // of the longest one
       if (place < answer->size()) (*answer)[place] = static_cast<char>((*answer)[place] ^ flip);
       return answer;
     });
@@ -70,7 +70,7 @@ TEST_F(Damaged, AnswersToTheLogonCostTheirLogonAlone) {
 }
 
 TEST_F(Damaged, AnswersToTheFirstRequestsCostTheirLogonAlone) {
-  TryEveryPlace(wire::kCacheRequest, 37);
+  TryEveryPlace(wire::kCacheRequest, 29);
 }
 
 }  // namespace
