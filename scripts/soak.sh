@@ -18,9 +18,9 @@ cmake --build --preset "$preset" -j "${ZN_JOBS:-$(nproc)}" --target network_test
 log=build/logs/soak.log
 mkdir -p build/logs
 status=0
-ZN_SOAK=1 "build/$preset/tests/integration/network/network_test" --gtest_filter="${1:-*}" \
+ZN_SOAK=1 "build/$preset/bin/network_test" --gtest_filter="${1:-*}" \
   >"$log" 2>&1 || status=$?
-grep -E '^(measured:|\[  FAILED|\[  SKIPPED|\[  PASSED)' "$log" | sort -u -s -k1,1.0 || true
+grep -E '^(measured:|\[  (PASSED|SKIPPED|FAILED) )' "$log" || true
 if [ "$status" -ne 0 ]; then
   grep -nE 'Failure|error:' "$log" | head -n 20 || true
   echo "soak.sh: FAILED; full log: $PWD/$log"

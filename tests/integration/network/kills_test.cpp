@@ -43,10 +43,13 @@ void AddDelays(const ClientProgram::Told& client, const std::vector<i64>& kills,
     const auto next = std::find_if(client.events.begin(), client.events.end(), isLater);
     if (next == client.events.begin() || (next - 1)->kind != 'R') continue;  // not logged on then
     bool isTold = false;
+    bool hasFailed = false;
+    // What comes after the first of each is of a later server, lost amid the logon.
     for (auto event = next; event != client.events.end() && event->kind != 'R'; ++event) {
       const double ms = static_cast<double>(event->time - kills[kill]) / 1e6;
-      if (event->kind == 'F') delays->failed.push_back(ms);
-      if (event->kind == 'L') delays->told.push_back(ms);
+      if (event->kind == 'F' && !hasFailed) delays->failed.push_back(ms);
+      if (event->kind == 'L' && !isTold) delays->told.push_back(ms);
+      hasFailed = hasFailed || event->kind == 'F';
       isTold = isTold || event->kind == 'L';
     }
     if (!isTold) ++delays->missed;
@@ -96,10 +99,11 @@ TEST_F(Kills, AKilledServerIsToldAtOnceAndItsSuccessorServes) {
   EXPECT_LT(Percentile(delays.told, 100), 1000 * kSlowness);
   EXPECT_LT(Percentile(delays.failed, 100), 1000 * kSlowness);
   Measured(
-      "%zu kills of the server, %zu losses told after %.2f ms (half), %.2f ms (all), calls "
+      "%zu kills of the server, %zu losses told after %.2f ms (half), %.2f ms (99 %%), "
+      "%.2f ms (all), calls "
       "failed after %.2f ms (all), %zu numbers acknowledged over all servers",
-      kills.size(), delays.told.size(), Percentile(delays.told, 50), Percentile(delays.told, 100),
-      Percentile(delays.failed, 100),
+      kills.size(), delays.told.size(), Percentile(delays.told, 50), Percentile(delays.told, 99),
+      Percentile(delays.told, 100), Percentile(delays.failed, 100),
       told[0].acknowledged.size() + told[1].acknowledged.size() + told[2].acknowledged.size() +
           told[3].acknowledged.size());
 }
@@ -152,7 +156,8 @@ TEST_F(Kills, AKilledClientLeavesNothingBehind) {
   })) << "sessions";
   EXPECT_TRUE(Eventually([&] {
     const ProcessFacts after = FactsOf(Service().Pid());
-    return after.descriptors <= before.descriptors && after.threads <= before.threads;
+    // The communication layer keeps four idle workers, once it had them.
+    return after.descriptors <= before.descriptors && after.threads <= before.threads + 4;
   })) << FactsOf(Service().Pid()).descriptors
       << " descriptors, were " << before.descriptors << ", " << FactsOf(Service().Pid()).threads
       << " threads, were " << before.threads;

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 #include <stdexcept>
 
 #include <gtest/gtest.h>
+
+#include "support/common/shared_memory.h"
 
 extern char** environ;
 
@@ -31,6 +34,8 @@ ServiceProcess::~ServiceProcess() {
   if (pid_ > 0) {
     kill(pid_, SIGKILL);
     static_cast<void>(waitpid(pid_, nullptr, 0));
+    // What a killed one leaves until the next service on its port.
+    if (port_ != 0) shm_unlink(("/" + AuthSharedMemoryName(port_)).c_str());
   }
   if (out_ >= 0) close(out_);
 }
@@ -43,9 +48,10 @@ void ServiceProcess::WritePamRules() const {
             "anna:secret:znsvc\nroot:toor:znsvc\nben:secret:znsvc\n"
             "daemon:secret:znsvc\n");
   const std::string matrix = std::string(ZN_PAM_MATRIX) + " passdb=" + (folder_ / "passwords");
-  WriteFile(folder_ / "pam/znsvc", "auth required " + matrix + "\naccount required " + matrix +
-                                       "\npassword required " + matrix + "\nsession required " +
-                                       matrix + "\n");
+  const std::string rules = "auth required " + matrix + "\naccount required " + matrix +
+                            "\npassword required " + matrix + "\nsession required " + matrix + "\n";
+  // Without the rules for others each logon is a complaint in the output, which nobody reads.
+  for (const char* name : {"pam/znsvc", "pam/other"}) WriteFile(folder_ / name, rules);
 }
 
 void ServiceProcess::AddSettings(const std::string& text) const {
