@@ -6,7 +6,6 @@
 //             system places both
 // A line for each figure: its name, the figure, the processor time for each operation in
 // microseconds (0: not measured), separated by tabs.
-#include "bench/bench_bus.h"
 
 #include <sys/resource.h>
 #include <sys/socket.h>

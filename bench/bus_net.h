@@ -8,17 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_bus.h"
 #include "bench/net_bare.h"
 #include "framework/common/znpropset/propertyset.h"
 #include "zn/znmira.h"
 
 namespace zn::bench {
 
-// Objects with one property of their own, "Count", of which a server has so many.
+// Objects with one property of their own, "Count", of which a server has so many. Of kFiveType it
+// makes as many as it is told.
 inline constexpr const char* kThingType = "Bench_Thing";
 inline constexpr u32 kThings = 64;
-// Objects with five properties, of which a server has as many as it is told to make.
-inline constexpr const char* kFiveType = "Bench_Five";
 inline constexpr GUID kInterface = {0x51A3C0DE, 0x71F2, 0x4B11, {0x9C, 0x44, 1, 2, 3, 4, 5, 6}};
 inline constexpr u32 kNothing = 1;   // major code: a call that changes nothing
 inline constexpr u32 kSetCount = 2;  // the minor code becomes the object's "Count"

@@ -16,7 +16,6 @@
 #include <memory>
 #include <new>
 
-#include "bench/bench_bus.h"
 #include "framework/common/znwire/nestedset.h"
 #include "ucl/common/cipher.h"
 #include "ucl/common/credentials.h"

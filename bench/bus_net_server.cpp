@@ -13,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include "bench/bench_bus.h"
 
 namespace zn::bench {
 
