@@ -203,14 +203,19 @@ constexpr u32 kSamples = 1000;
 double BareLatency(const ServerProcess& server) {
   const BareSession session(server.Port());
   std::vector<double> samples;
+  std::atomic<u32> arrived{0};
   std::thread reader([&] {
     std::vector<u8> bytes(64 << 10);
-    for (u32 i = 0; i < kSamples; ++i) {
+    while (arrived < kSamples) {
       if (recv(session.Socket(), bytes.data(), bytes.size(), 0) <= 0) Fail("recv");
       samples.push_back(static_cast<double>(Nanoseconds() - Shared().stamp.load()) / 1000);
+      ++arrived;
     }
   });
-  for (u32 i = 1; i <= kSamples; ++i) server.Do(Task::kOneChange, i);
+  for (u32 i = 1; i <= kSamples; ++i) {
+    server.Do(Task::kOneChange, i);
+    while (arrived < i) Pause(1);
+  }
   reader.join();
   return Median(samples);
 }
@@ -237,8 +242,10 @@ double CopyLatency(const ServerProcess& server) {
                           &registration));
   heardAfter.clear();
   heard = 0;
-  for (u32 i = 1; i <= kSamples; ++i) server.Do(Task::kOneChange, kSamples + i);
-  while (heard < kSamples) Pause(1);
+  for (u32 i = 1; i <= kSamples; ++i) {
+    server.Do(Task::kOneChange, kSamples + i);
+    while (heard < i) Pause(1);
+  }
   return Median(heardAfter);
 }
 

@@ -13,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-
 namespace zn::bench {
 
 namespace {
@@ -106,11 +105,13 @@ class Stream {
 };
 std::unique_ptr<Stream> stream;
 
-// The pause is for the clients to fall asleep.
+// The pauses are for the clients to fall asleep, and to hear of it before anything else goes on.
 u64 OneChange(u32 number) {
-  std::this_thread::sleep_for(std::chrono::microseconds(300));
+  constexpr std::chrono::microseconds kPause{300};
+  std::this_thread::sleep_for(kPause);
   Shared().stamp = Nanoseconds();
   ZN_MUST(SetCount(things[0], number));
+  std::this_thread::sleep_for(kPause);
   return 0;
 }
 
