@@ -86,9 +86,10 @@ TEST_F(Notify, KeepsTheOrder) {
 TEST_F(Notify, TheSendThreadHelpsARoundThatIsToComeWhenManyMessagesWait) {
   Listen();
   ASSERT_TRUE(server_->sender.Start());
-  for (u32 i = 0; i < 256; ++i) server_->sender.ChangeNotify(Change(), true);
-  while (server_->sender.UnderWay() != 0) std::this_thread::yield();
-  EXPECT_EQ(SentTo(1).size(), 256u);
+  for (u32 i = 0; i < 511; ++i) server_->sender.ChangeNotify(Change(), true);
+  while (server_->sender.UnderWay() == 511) std::this_thread::yield();
+  server_->sender.RunRound();
+  EXPECT_EQ(SentTo(1).size(), 511u);
 }
 
 TEST_F(Notify, RefusesAChangeWithoutFlags) {
