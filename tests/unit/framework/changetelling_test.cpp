@@ -25,8 +25,15 @@ class ChangeTelling : public EventTest {
       if (hold) hold();
       tellers.Add(std::this_thread::get_id());
     };
-    const BusLock lock;
-    noted_ = std::make_unique<Database>(0, callbacks);
+    {
+      const BusLock lock;
+      noted_ = std::make_unique<Database>(0, callbacks);
+    }
+    // From here on the change thread sleeps.
+    Queue(false);
+    static_cast<void>(tellers.WaitFor(1));
+    while (!TellChangesHere()) std::this_thread::yield();
+    tellers.Clear();
   }
   void TearDown() override {
     const BusLock lock;

@@ -192,6 +192,11 @@ TEST_F(Requests, TheAnswerComesBehindTheChangesThatTheCallMade) {
 
 TEST_F(Requests, TheThreadOfACallTellsTheChangesItself) {
   Listen();
+  SetNumber(100);
+  while (ChangesUnderWay() != 0) std::this_thread::yield();
+  while (!TellChangesHere()) std::this_thread::yield();  // the change thread sleeps
+  server_->sender.RunRound();
+  transport_.sent.Clear();
   script.call = [&](const SlotCall&) {
     SetNumber(1);
     return ZN_OK;
