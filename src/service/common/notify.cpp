@@ -17,6 +17,9 @@ namespace zn {
 
 namespace {
 
+// So many messages are worth a round of their own while more of them are made.
+constexpr size_t kMany = 256;
+
 // Null when memory is short.
 [[nodiscard]] UclBuffer MarshalMessage(const PropertySet& set) {
   BinaryWriter stream;
@@ -80,7 +83,7 @@ void NotificationSender::Stop() noexcept {
   if (thread_.joinable()) thread_.join();
 }
 
-bool NotificationSender::ChangeNotify(const PropertySet& change) noexcept try {
+bool NotificationSender::ChangeNotify(const PropertySet& change, bool roundFollows) noexcept try {
   const Value* flags = change.FindValue(wire::kFlagsKey, ZN_TYPE_UINT32);
   if (flags == nullptr) {
     ZN_TRACE(6, "Flag is not set in change notification\n");
@@ -94,7 +97,7 @@ bool NotificationSender::ChangeNotify(const PropertySet& change) noexcept try {
     if (item.message == nullptr) return false;
   }
   if (traces_.Notifications()) ZN_TRACE(1, "ChangeNotify: sending notification");
-  Append(std::move(item));
+  Append(std::move(item), roundFollows);
   return isMarker;
 } catch (const std::bad_alloc&) {
   return false;
@@ -106,20 +109,22 @@ bool NotificationSender::EventNotify(const EventRecord& event) noexcept try {
   item.message = MarshalMessage(EventMessage(event));
   if (item.message == nullptr) return false;
   if (traces_.Notifications()) ZN_TRACE(1, "EventNotify: sending event");
-  Append(std::move(item));
+  Append(std::move(item), false);
   return true;
 } catch (const std::bad_alloc&) {
   return false;
 }
 
-void NotificationSender::Append(PendingNotification item) noexcept {
+void NotificationSender::Append(PendingNotification item, bool roundFollows) noexcept {
   underWay_.fetch_add(1, std::memory_order_release);
   try {
+    bool wakes = !roundFollows;
     {
       const MutexLock lock(mutex_);
       queue_.push_back(std::move(item));
+      wakes = wakes || queue_.size() % kMany == 0;
     }
-    wake_.NotifyOne();
+    if (wakes) wake_.NotifyOne();
   } catch (const std::bad_alloc&) {  // lost
     underWay_.fetch_sub(1, std::memory_order_release);
   }

@@ -1,9 +1,9 @@
 // Sending of notifications: changes (message 11) and events (message 12) as one-way messages to
 // every client that hears them. Two callbacks of the system database fill one queue, the change
-// callback on the change thread and the event callback on the raise thread; it is emptied a round
-// at a time, in order, by the send thread, or by the change thread when somebody waits for a
-// marker. A message is marshalled once, whatever the number of clients, and a round costs each
-// client one send.
+// callback on the thread that tells changes and the event callback on the raise thread; it is
+// emptied a round at a time, in order: by the thread that tells changes, once it has told what
+// there is, so that a single change leaves without a hand-over, else by the send thread. A message
+// is marshalled once, whatever the number of clients, and a round costs each client one send.
 #pragma once
 
 #include <atomic>
@@ -43,9 +43,10 @@ class NotificationSender {
   void Stop() noexcept;
 
   // The work of the two callbacks. Memory that is short loses the message, and nothing is reported.
-  // Of a change, whether it was a marker: somebody waits for it, so the caller runs a round at once
-  // instead of leaving it to the send thread.
-  bool ChangeNotify(const PropertySet& change) noexcept;
+  // `roundFollows` says that the caller runs a round soon, so that the send thread need not; it is
+  // woken all the same when many messages wait. Of a change, whether it was a marker: somebody
+  // waits for it, so the caller runs a round at once.
+  bool ChangeNotify(const PropertySet& change, bool roundFollows = false) noexcept;
   [[nodiscard]] bool EventNotify(const EventRecord& event) noexcept;
 
   // Messages and markers that are queued or being sent. Any thread.
@@ -55,7 +56,7 @@ class NotificationSender {
   void RunRound() noexcept ZN_EXCLUDES(roundMutex_);
 
  private:
-  void Append(PendingNotification item) noexcept;
+  void Append(PendingNotification item, bool roundFollows) noexcept;
   [[nodiscard]] bool WaitForWork() noexcept;
   void Run() noexcept;
   void Send(const std::vector<ClientPtr>& listeners) ZN_REQUIRES(roundMutex_);

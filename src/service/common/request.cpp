@@ -4,6 +4,7 @@
 
 #include "framework/common/zncore/remoteserver.h"
 #include "framework/common/znpropset/property2.h"
+#include "framework/common/znprov/providercall.h"
 #include "framework/common/znwire/messages.h"
 #include "framework/common/znwire/nestedset.h"
 #include "framework/common/znwire/recordhead.h"
@@ -105,9 +106,22 @@ struct CallAnswer {
   PropertySet output;
 };
 
+// The changes of the call that it stands around have left at its end, however that comes.
+class ChangesLeaveFirst {
+ public:
+  explicit ChangesLeaveFirst(ServerObject& server) noexcept : server_(server) {}
+  ~ChangesLeaveFirst() { WaitForChangesToLeave(server_); }
+  ChangesLeaveFirst(const ChangesLeaveFirst&) = delete;
+  ChangesLeaveFirst& operator=(const ChangesLeaveFirst&) = delete;
+
+ private:
+  ServerObject& server_;
+};
+
 [[nodiscard]] u32 Call(Envelope& envelope, CallAnswer* answer) {
   const WrappedSet in(std::move(envelope.input));
   const WrappedSet out{PropertySet()};
+  const CallerTellsChanges tells;
   const u32 status =
       PrCallDispatch(nullptr, envelope.object, &envelope.interfaceId, envelope.majorCode,
                      envelope.minorCode, in.Get(), out.Get(), envelope.flags, envelope.reserved,
@@ -148,8 +162,8 @@ u32 ServeRequest(Exchange& exchange) {
   CallAnswer answer;
   u32 status = ZNE_INVALID_ARGUMENTS;
   if (ReadEnvelope(exchange.request, &envelope)) {
+    const ChangesLeaveFirst order(exchange.server);
     status = Call(envelope, &answer);
-    WaitForChangesToLeave(exchange.server);
   }
   exchange.answer.Put(wire::kProviderIdKey, Value::Id(answer.provider));
   exchange.answer.Put(wire::kTaskIdKey, Value::Id(answer.task));

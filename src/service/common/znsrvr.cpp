@@ -61,10 +61,12 @@ u32 OnConnection(char* host, char* hostAgain, u32* address, u32* connectionId, u
   return ZN_OK;
 }
 
+// The round goes out with the last change that is queued just now.
 void OnChange(ZnHandle change) {
   if (!IsValidHandle(change, HANDLE_PROPSET)) return;
   NotificationSender& sender = running->server.sender;
-  if (sender.ChangeNotify(*HandleThing<PropertySet>(change))) sender.RunRound();
+  const bool isMarker = sender.ChangeNotify(*HandleThing<PropertySet>(change), true);
+  if (isMarker || ChangesUnderWay() <= 1) sender.RunRound();
 }
 
 bool OnEvent(const EventRecord* event, u32) {

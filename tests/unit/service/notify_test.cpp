@@ -1,6 +1,8 @@
 // Notifications: what the two callbacks make, and who is sent what.
 #include "service/common/notify.h"
 
+#include <thread>
+
 #include <gmock/gmock.h>
 
 #include "tests/unit/service/service_fixture.h"
@@ -79,6 +81,15 @@ TEST_F(Notify, KeepsTheOrder) {
   }
   server_->sender.RunRound();
   EXPECT_EQ(SentTo(1), expected);
+}
+
+TEST_F(Notify, TheSendThreadHelpsARoundThatIsToComeWhenManyMessagesWait) {
+  Listen();
+  ASSERT_TRUE(server_->sender.Start());
+  for (u32 i = 0; i < 511; ++i) server_->sender.ChangeNotify(Change(), true);
+  while (server_->sender.UnderWay() == 511) std::this_thread::yield();
+  server_->sender.RunRound();
+  EXPECT_EQ(SentTo(1).size(), 511u);
 }
 
 TEST_F(Notify, RefusesAChangeWithoutFlags) {

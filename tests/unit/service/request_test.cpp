@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/unit/service/service_fixture.h"
+#include "zn/db.h"
 
 namespace zn::test {
 
@@ -187,15 +188,87 @@ TEST_F(Requests, TheAnswerComesBehindTheChangesThatTheCallMade) {
     EXPECT_THAT(SentTopics(),
                 ElementsAre("event.keld.dom.object.KELD_Object.object.add." + GuidText(made)));
   }
+}
+
+TEST_F(Requests, TheThreadOfACallTellsTheChangesItself) {
+  Listen();
+  SetNumber(100);
+  while (ChangesUnderWay() != 0) std::this_thread::yield();
+  while (!TellChangesHere()) std::this_thread::yield();  // the change thread sleeps
+  server_->sender.RunRound();
+  transport_.sent.Clear();
+  script.call = [&](const SlotCall&) {
+    SetNumber(1);
+    return ZN_OK;
+  };
+  std::thread::id teller;
+  onChange = [&] { teller = std::this_thread::get_id(); };
+  EXPECT_EQ(Send(Request(object_)).Result(), ZN_OK);
+  EXPECT_EQ(teller, std::this_thread::get_id());
+  EXPECT_EQ(SentTopics().size(), 1u) << "without a send thread";
+  EXPECT_EQ(server_->serviceIds.Filed(), 0u) << "without a marker";
+}
+
+TEST_F(Requests, WhatAProviderTellsInsideItsCallIsNotHeldUp) {
+  Listen();
+  script.call = [&](const SlotCall&) {
+    EXPECT_EQ(DbUpdateSequenceStart(nullptr, 0), ZN_OK);
+    SetNumber(1);
+    EXPECT_EQ(DbUpdateSequenceFinish(nullptr, 0), ZN_OK);
+    while (ChangesUnderWay() != 0) std::this_thread::yield();
+    SetNumber(2);
+    return ZN_OK;
+  };
+  EXPECT_EQ(Send(Request(object_)).Result(), ZN_OK);
+  EXPECT_EQ(SentTopics().size(), 2u);
+}
+
+// The change thread stands in the middle of a change, until it is let go.
+class RequestsBehindOthers : public Requests {
+ protected:
+  void SetUp() override {
+    Requests::SetUp();
+    Listen();
+    onChange = [this] {
+      entered_.Open();
+      EXPECT_TRUE(goOn_.Wait());
+    };
+    SetNumber(100);
+    ASSERT_TRUE(entered_.Wait());
+    script.call = [&](const SlotCall&) {
+      SetNumber(1);
+      return ZN_OK;
+    };
+  }
+  void TearDown() override {
+    goOn_.Open();
+    Requests::TearDown();
+  }
+
+  Gate entered_;
+  Gate goOn_;
+};
+
+TEST_F(RequestsBehindOthers, AnAnswerWaitsForTheMarkerBehindThem) {
+  Collected<std::string> steps;
+  std::thread caller([&] {
+    EXPECT_EQ(Send(Request(object_)).Result(), ZN_OK);
+    steps.Add("answered");
+  });
+  while (server_->serviceIds.Filed() == 0) std::this_thread::yield();
+  steps.Add("let go");
+  goOn_.Open();
+  caller.join();
+  EXPECT_THAT(steps.Items(), ElementsAre("let go", "answered"));
+  EXPECT_EQ(SentTopics().size(), 2u);
   EXPECT_TRUE(server_->serviceIds.HasSpare());
   EXPECT_EQ(server_->serviceIds.Filed(), 1u);
 }
 
-TEST_F(Requests, AMarkerIsSentToNoClient) {
-  Listen();
+TEST_F(RequestsBehindOthers, AMarkerIsSentToNoClient) {
   server_->serviceIds.EndWaits();
-  SetNumber(1);
   WaitForChangesToLeave(*server_);
+  goOn_.Open();
   while (ChangesUnderWay() != 0) std::this_thread::yield();
   server_->sender.RunRound();
   const auto sent = transport_.sent.Items();
@@ -203,23 +276,8 @@ TEST_F(Requests, AMarkerIsSentToNoClient) {
   EXPECT_EQ(sent[0].messages.size(), 1u);
 }
 
-TEST_F(Requests, WithoutASendThreadNoAnswerIsHeldBack) {
-  Listen();
-  server_->sendsNothing = true;
-  script.call = [&](const SlotCall&) {
-    SetNumber(1);
-    return ZN_OK;
-  };
-  EXPECT_EQ(Send(Request(object_)).Result(), ZN_OK);
-}
-
-TEST_F(Requests, TheStopLetsAnswersGoThoughTheirMarkersNeverComeBy) {
-  Listen();
+TEST_F(RequestsBehindOthers, TheStopLetsAnswersGoThoughTheirMarkersNeverComeBy) {
   sendsMarkers = false;
-  script.call = [&](const SlotCall&) {
-    SetNumber(1);
-    return ZN_OK;
-  };
   Gate called;
   std::thread caller([&] {
     EXPECT_EQ(Send(Request(object_)).Result(), ZN_OK);
@@ -229,6 +287,11 @@ TEST_F(Requests, TheStopLetsAnswersGoThoughTheirMarkersNeverComeBy) {
   server_->serviceIds.EndWaits();
   EXPECT_TRUE(called.Wait());
   caller.join();
+}
+
+TEST_F(RequestsBehindOthers, WithoutASendThreadNoAnswerIsHeldBack) {
+  server_->sendsNothing = true;
+  EXPECT_EQ(Send(Request(object_)).Result(), ZN_OK);
 }
 
 TEST_F(Requests, ManyClientsAtOnceEachSeeTheirChangesBeforeTheirAnswers) {

@@ -126,11 +126,13 @@ class ServiceTest : public BusTest {
     server_ = std::make_unique<ServerObject>(transport_, host_);
     current = server_.get();
     sendsMarkers = true;
+    onChange = nullptr;
     ASSERT_TRUE(StartFramework(0));
     {
       const BusLock lock;
       DatabaseCallbacks callbacks;
       callbacks.changeCallback = [](ZnHandle change) {
+        if (onChange) onChange();
         const bool isMarker = current->sender.ChangeNotify(*HandleThing<PropertySet>(change));
         if (isMarker && sendsMarkers) current->sender.RunRound();
       };
@@ -273,7 +275,8 @@ class ServiceTest : public BusTest {
   }
 
   static inline ServerObject* current = nullptr;
-  static inline bool sendsMarkers = true;  // set while no change is on its way
+  static inline bool sendsMarkers = true;        // set while no change is on its way
+  static inline std::function<void()> onChange;  // runs before a change is taken; set as the former
 
   FakeTransport transport_;
   FakeHost host_;

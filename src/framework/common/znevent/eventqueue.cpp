@@ -145,6 +145,7 @@ class EventThreads {
   // False when the threads have ended meanwhile.
   [[nodiscard]] bool Append(QueuedEventPtr event) noexcept;
   void Append(QueuedChange change);
+  [[nodiscard]] bool TellHere() noexcept;
   void Drain(ZnHandle database) noexcept;
   [[nodiscard]] bool WaitForDelivery(u32 timeoutMs) noexcept;
   [[nodiscard]] u64 ChangesUnderWay() const noexcept {
@@ -159,8 +160,9 @@ class EventThreads {
   // Waits for a batch; false at the stop, with what is queued left where it is.
   [[nodiscard]] bool TakeEvents(EventList* batch) noexcept;
   void DeliverBatch(EventList& batch) noexcept;
-  [[nodiscard]] bool WaitForChanges() noexcept;
-  [[nodiscard]] bool TakeChanges(std::vector<QueuedChange>* batch) noexcept;
+  // Waits for changes and takes them all; false at the stop. `hasTold`: the ones before are done.
+  [[nodiscard]] bool TakeChanges(std::vector<QueuedChange>* batch, bool hasTold) noexcept;
+  void TellBatch(std::vector<QueuedChange>* batch) noexcept;
   [[nodiscard]] bool MarkStopping(std::thread* raise, std::thread* change) noexcept;
 
   std::atomic<bool> accepting_ = false;
@@ -178,8 +180,10 @@ class EventThreads {
   std::vector<QueuedChange> changes_ ZN_GUARDED_BY(mutex_);
   std::atomic<u64> changesUnderWay_ = 0;
   bool changeSleeps_ ZN_GUARDED_BY(mutex_) = false;
-  u32 parameter_ = 0;  // written before the threads start
-  Delivery delivery_;  // of the raise thread
+  bool isTelling_ ZN_GUARDED_BY(mutex_) = false;  // one thread at a time, so that the order holds
+  std::vector<QueuedChange> toldHere_;            // of a thread in TellHere
+  u32 parameter_ = 0;                             // written before the threads start
+  Delivery delivery_;                             // of the raise thread
   // The batch and the event that the raise thread works on; touched by that thread alone.
   EventList* batch_ = nullptr;
   QueuedEvent* current_ = nullptr;
@@ -194,7 +198,8 @@ EventThreads& Threads() noexcept {
 }
 
 thread_local bool onRaiseThread = false;
-thread_local bool onChangeThread = false;
+thread_local bool onChangeThread = false;  // or on one that tells changes in its place
+thread_local bool queuesQuietly = false;
 
 bool EventThreads::Start(u32 parameter) {
   for (;;) {
@@ -249,6 +254,7 @@ void EventThreads::Stop() noexcept {
   EventList events;
   std::vector<QueuedChange> changes;
   const MutexLock lock(mutex_);
+  while (isTelling_) stopped_.Wait(mutex_);
   accepting_.store(false, std::memory_order_relaxed);
   events.Swap(events_);
   changes.swap(changes_);
@@ -276,7 +282,8 @@ void EventThreads::Append(QueuedChange change) {
     if (state_ == State::kStopped) return;
     changes_.push_back(std::move(change));
     changesUnderWay_.fetch_add(1, std::memory_order_relaxed);
-    wake = std::exchange(changeSleeps_, false);
+    // Whoever tells changes looks again before it ends.
+    wake = !queuesQuietly && !isTelling_ && std::exchange(changeSleeps_, false);
   }
   if (wake) changeQueued_.NotifyOne();
 }
@@ -353,35 +360,61 @@ void EventThreads::RunRaise() noexcept {
   while (TakeEvents(&batch)) DeliverBatch(batch);
 }
 
-bool EventThreads::WaitForChanges() noexcept {
+// What came in while a batch was told is told too; a stop is seen behind it.
+bool EventThreads::TakeChanges(std::vector<QueuedChange>* batch, bool hasTold) noexcept {
   const MutexLock lock(mutex_);
-  while (changes_.empty() && state_ == State::kRunning) {
-    changeSleeps_ = true;
-    changeQueued_.Wait(mutex_);
+  if (hasTold) isTelling_ = false;
+  if (!hasTold || changes_.empty()) {
+    while ((changes_.empty() || isTelling_) && state_ == State::kRunning) {
+      changeSleeps_ = true;
+      changeQueued_.Wait(mutex_);
+    }
+    changeSleeps_ = false;
+    if (state_ != State::kRunning) return false;
   }
-  changeSleeps_ = false;
-  return state_ == State::kRunning;
+  batch->swap(changes_);
+  isTelling_ = true;
+  return true;
 }
 
-bool EventThreads::TakeChanges(std::vector<QueuedChange>* batch) noexcept {
+void EventThreads::TellBatch(std::vector<QueuedChange>* batch) noexcept {
+  for (QueuedChange& item : *batch) {
+    Tell(item);
+    changesUnderWay_.fetch_sub(1, std::memory_order_release);
+  }
   batch->clear();
-  const MutexLock lock(mutex_);
-  batch->swap(changes_);
-  return !batch->empty();
 }
 
 void EventThreads::RunChange() noexcept {
   onChangeThread = true;
   std::vector<QueuedChange> batch;
-  // A wake empties the queue, with what comes in meanwhile; the stop is seen at the next wake.
-  while (WaitForChanges()) {
-    while (TakeChanges(&batch)) {
-      for (QueuedChange& item : batch) {
-        Tell(item);
-        changesUnderWay_.fetch_sub(1, std::memory_order_release);
-      }
-    }
+  bool hasTold = false;
+  while (TakeChanges(&batch, hasTold)) {
+    TellBatch(&batch);
+    hasTold = true;
   }
+}
+
+bool EventThreads::TellHere() noexcept {
+  {
+    const MutexLock lock(mutex_);
+    if (isTelling_ || onChangeThread || state_ != State::kRunning) return false;
+    if (changes_.empty()) return true;
+    toldHere_.swap(changes_);
+    isTelling_ = true;
+  }
+  onChangeThread = true;
+  TellBatch(&toldHere_);
+  onChangeThread = false;
+  bool wake = false;
+  {
+    const MutexLock lock(mutex_);
+    isTelling_ = false;
+    wake = !changes_.empty() && std::exchange(changeSleeps_, false);
+    if (state_ != State::kRunning) stopped_.NotifyAll();
+  }
+  if (wake) changeQueued_.NotifyOne();
+  return true;
 }
 
 u32 Queue(QueuedEventPtr event) noexcept {
@@ -462,6 +495,17 @@ bool WaitForDelivery(u32 timeoutMs) noexcept {
 
 u64 ChangesUnderWay() noexcept {
   return Threads().ChangesUnderWay();
+}
+
+bool TellChangesHere() noexcept {
+  return Threads().TellHere();
+}
+
+QuietQueueing::QuietQueueing(bool isQuiet) noexcept
+    : before_(std::exchange(queuesQuietly, isQuiet)) {}
+
+QuietQueueing::~QuietQueueing() {
+  queuesQuietly = before_;
 }
 
 void DrainDatabaseEvents(Database& database) noexcept {

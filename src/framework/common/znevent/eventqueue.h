@@ -1,7 +1,8 @@
 // The two event threads. The raise thread delivers raised events and local change events in the
 // order in which they were queued: wait events, registered providers, then the database's event
 // callback. The change thread hands marshalled changes to the database's change callback, strictly
-// in queue order. No callback runs with the bus lock held.
+// in queue order; a thread that would wait for it may do so in its place (TellChangesHere). No
+// callback runs with the bus lock held.
 //
 // Both queues lie under one leaf mutex, together with the stop flag, so that no wake is lost; it is
 // taken under FAST_LOCK or alone. A thread takes over all that is queued at once (a batch). The
@@ -55,6 +56,24 @@ void QueueChange(Database& database, PropertySet&& change) noexcept;
 // Changes that are queued or being told at this moment; 0 says that every change so far has been
 // handed to its callback, and that the callback has returned. Any thread.
 [[nodiscard]] u64 ChangesUnderWay() noexcept;
+
+// Tells, on the calling thread, what is queued. False when another thread is telling changes, which
+// goes on with what is queued, and without the threads. Without the bus lock, and for a host whose
+// change callback may run on that thread.
+[[nodiscard]] bool TellChangesHere() noexcept;
+
+// While it stands, changes that the calling thread queues wake nobody: the thread calls
+// TellChangesHere right after.
+class QuietQueueing {
+ public:
+  explicit QuietQueueing(bool isQuiet) noexcept;
+  ~QuietQueueing();
+  QuietQueueing(const QuietQueueing&) = delete;
+  QuietQueueing& operator=(const QuietQueueing&) = delete;
+
+ private:
+  const bool before_;
+};
 
 // Withdraws what is queued for a database that goes and waits until the batch that may still use it
 // is done. Releases the bus lock while it waits; not on the raise thread itself.

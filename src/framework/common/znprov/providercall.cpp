@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znprov/databaseref.h"
 #include "framework/common/znprov/task.h"
 #include "framework/common/znwire/messages.h"
@@ -15,21 +16,29 @@ namespace zn {
 
 namespace {
 
-// Holds an update sequence of a database that may be deleted meanwhile.
+thread_local bool callerTellsChanges = false;
+
+// Holds an update sequence of a database that may be deleted meanwhile. Whose caller tells the
+// changes itself has nobody woken for those that the end of the sequence queues; what is queued
+// inside the call, which may take long, is not held up.
 class SequenceScope {
  public:
-  explicit SequenceScope(Database& database) noexcept : database_(database) {
+  explicit SequenceScope(Database& database) noexcept
+      : isQuiet_(std::exchange(callerTellsChanges, false)), database_(database) {
     database.BeginUpdateSequence();
   }
   ~SequenceScope() {
     Database* database = database_.Find();
-    if (database != nullptr) database->EndUpdateSequence();
+    if (database == nullptr) return;
+    const QuietQueueing quiet(isQuiet_);
+    database->EndUpdateSequence();
   }
   SequenceScope(const SequenceScope&) = delete;
   SequenceScope& operator=(const SequenceScope&) = delete;
   [[nodiscard]] Database* Find() const noexcept { return database_.Find(); }
 
  private:
+  const bool isQuiet_;
   DatabaseRef database_;
 };
 
@@ -126,6 +135,14 @@ void StoreOutput(Database* database, const CallTask& task, ZnHandle out) {
 }
 
 }  // namespace
+
+CallerTellsChanges::CallerTellsChanges() noexcept {
+  callerTellsChanges = true;
+}
+
+CallerTellsChanges::~CallerTellsChanges() {
+  callerTellsChanges = false;
+}
 
 Database* DatabaseOfCall(const Provider& provider) noexcept {
   Database* system = ZnGetSystemDatabase();

@@ -25,6 +25,17 @@ struct ProviderCallResults {
                                const ProviderCallArguments& call,
                                const ProviderCallResults& results);
 
+// Stands around a call whose caller tells the changes of the call itself, as soon as the call has
+// returned (TellChangesHere). It serves the first call on its thread; what a provider calls in turn
+// has other callers.
+class CallerTellsChanges {
+ public:
+  CallerTellsChanges() noexcept;
+  ~CallerTellsChanges();
+  CallerTellsChanges(const CallerTellsChanges&) = delete;
+  CallerTellsChanges& operator=(const CallerTellsChanges&) = delete;
+};
+
 // The database that a call of this provider belongs to, or null with its trace: the system database
 // where there is one; else only a provider of the client's own can be called here.
 [[nodiscard]] Database* DatabaseOfCall(const Provider& provider) noexcept;
