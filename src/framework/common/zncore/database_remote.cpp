@@ -192,9 +192,10 @@ u32 Database::AskForInterface(std::string_view typeName, const GUID& interfaceId
   return Fetch(RequestCriteria::kInterface, std::move(data), {&Database::InstallListing, out});
 }
 
-// A bound for a server that tells more than it answers: what is beyond it is missed.
+// A bound for a server that tells more than it answers: what is beyond it is missed. An honest one
+// may change each of many objects several times while they are on their way.
 void Database::RememberMissed(ChangeRecord&& record) {
-  constexpr size_t kMost = 65536;
+  constexpr size_t kMost = size_t{1} << 20;
   if (fetches_ != 0 && missed_.size() < kMost) missed_.push_back(std::move(record));
 }
 
