@@ -33,6 +33,7 @@ struct DiscoveryState {
   bool enabled ZN_GUARDED_BY(mutex) = false;
   bool stopping ZN_GUARDED_BY(mutex) = false;
   DiscoveryTimes times ZN_GUARDED_BY(mutex);
+  std::vector<DatagramSocket*> passing ZN_GUARDED_BY(mutex);  // of the passes under way
   std::thread thread ZN_GUARDED_BY(mutex);
 
   Mutex tableMutex;
@@ -43,6 +44,27 @@ DiscoveryState& State() noexcept {
   static DiscoveryState& state = *new DiscoveryState;
   return state;
 }
+
+// While it lives, the stop of discovery ends the waits of that socket.
+class PassScope {
+ public:
+  explicit PassScope(DatagramSocket& socket) : socket_(&socket) {
+    DiscoveryState& state = State();
+    const MutexLock lock(state.mutex);
+    state.passing.push_back(socket_);
+    if (state.stopping) socket_->Stop();
+  }
+  ~PassScope() {
+    DiscoveryState& state = State();
+    const MutexLock lock(state.mutex);
+    std::erase(state.passing, socket_);
+  }
+  PassScope(const PassScope&) = delete;
+  PassScope& operator=(const PassScope&) = delete;
+
+ private:
+  DatagramSocket* socket_;
+};
 
 // A number below `limit` that fills the text.
 [[nodiscard]] bool ReadNumber(std::string_view text, u32 limit, u32* out) noexcept {
@@ -124,22 +146,24 @@ void KnowReplyNames() {
   return true;
 }
 
-// Until nothing has come for as long as the time-out, or for too long.
-[[nodiscard]] std::vector<DiscoveryReply> CollectReplies(DatagramSocket& socket, u32 timeoutMs) {
-  std::vector<DiscoveryReply> replies;
+// Until nothing has come for as long as the time-out, or for too long. False when it was stopped.
+[[nodiscard]] bool CollectReplies(DatagramSocket& socket, u32 timeoutMs,
+                                  std::vector<DiscoveryReply>* replies) {
   u8 buffer[wire::kMaxDatagram + 1];  // one byte more tells a reply that is too long
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1) +
                    kMostPeriods * std::chrono::milliseconds(timeoutMs);
-  while (replies.size() < kMostReplies && std::chrono::steady_clock::now() < end &&
-         socket.Wait(timeoutMs) == DatagramSocket::WaitResult::kReady) {
+  while (replies->size() < kMostReplies && std::chrono::steady_clock::now() < end) {
+    const DatagramSocket::WaitResult result = socket.Wait(timeoutMs);
+    if (result == DatagramSocket::WaitResult::kStopped) return false;
+    if (result != DatagramSocket::WaitResult::kReady) break;
     DiscoveryReply reply;
     u32 port = 0;
     const i32 length = socket.Receive(buffer, sizeof(buffer), &reply.address, &port);
     if (length < 0) continue;
     reply.data.assign(buffer, buffer + length);
-    replies.push_back(std::move(reply));
+    replies->push_back(std::move(reply));
   }
-  return replies;
+  return true;
 }
 
 // Passes with pauses between them while discovery is enabled. Stays, and waits, while it is not.
@@ -218,7 +242,12 @@ u32 RunDiscoveryPass() {
   for (const DiscoveryTarget& target : ParseDiscoveryTargets(GetEnvironment("ZN_DISCOVERY"))) {
     static_cast<void>(socket.Send(command, sizeof(command), target.address, target.port));
   }
-  std::vector<ClHostInfo> rows = ReadDiscoveryReplies(CollectReplies(socket, timeoutMs));
+  std::vector<DiscoveryReply> replies;
+  {
+    const PassScope scope(socket);
+    if (!CollectReplies(socket, timeoutMs, &replies)) return ZNE_UNEXPECTED;
+  }
+  std::vector<ClHostInfo> rows = ReadDiscoveryReplies(replies);
   const MutexLock lock(state.tableMutex);
   state.table = std::move(rows);
   return ZN_OK;
@@ -260,6 +289,7 @@ void StopDiscovery() noexcept {
   {
     const MutexLock lock(state.mutex);
     state.enabled = false;
+    for (DatagramSocket* socket : state.passing) socket->Stop();
     if (!state.thread.joinable()) return;
     state.stopping = true;
     state.changed.NotifyAll();

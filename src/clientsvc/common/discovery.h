@@ -29,11 +29,12 @@ struct DiscoveryReply {
 [[nodiscard]] std::vector<ClHostInfo> ReadDiscoveryReplies(
     const std::vector<DiscoveryReply>& replies);
 
-// One pass with the time-out of now. ZNE_UNEXPECTED without a socket; the table stays then.
+// One pass with the time-out of now. ZNE_UNEXPECTED without a socket and when it was stopped; the
+// table stays then.
 [[nodiscard]] u32 RunDiscoveryPass();
 void EnableDiscovery(u32 timeoutSeconds, bool immediately);
 void DisableDiscovery();
-// Ends the discovery thread and disables discovery. The table stays.
+// Ends the passes under way and the discovery thread, and disables discovery. The table stays.
 void StopDiscovery() noexcept;
 // The rows that a mask of flags asks for.
 [[nodiscard]] std::vector<ClHostInfo> MatchingHosts(u32 flagMask);

@@ -257,6 +257,18 @@ TEST_F(Discovering, APassThatFailsLeavesTheTable) {
   EXPECT_THAT(Hosts(0), SizeIs(1));
 }
 
+TEST_F(Discovering, APassDoesNotHoldUpTheEnd) {
+  flags_ = 64;
+  SetDiscoveryTimes({1, 600000});
+  ASSERT_EQ(ClEnableHostDiscovery(1, 0), ZN_OK);
+  ASSERT_TRUE(Eventually([this] { return asked_ == 1; }));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(ClShutdown(), ZN_OK);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_THAT(Hosts(64), IsEmpty()) << "it was not finished";
+  EXPECT_EQ(ClStartup(), ZN_OK);
+}
+
 TEST_F(Discovering, WhoNeverFallsSilentDoesNotKeepAPassForEver) {
   trickles_ = true;
   SetDiscoveryTimes({3600000, 50});
