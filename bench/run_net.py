@@ -128,8 +128,8 @@ def print_checks(figures):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("program", nargs="?", default="build/release/bin/znbench_bus")
-    parser.add_argument("--seconds", type=float, default=1.0)
-    parser.add_argument("--repeat", type=int, default=2)
+    parser.add_argument("--seconds", type=float, default=0.5)
+    parser.add_argument("--repeat", type=int, default=5)
     parser.add_argument("--placements", nargs="+", default=["1", "0,1"])
     parser.add_argument("--rows", nargs="*", default=[])
     options = parser.parse_args()
