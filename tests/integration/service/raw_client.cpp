@@ -68,6 +68,8 @@ void RawClient::Connect(unsigned port) {
   ASSERT_EQ(connect(fd_, reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
   const int yes = 1;
   setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+  const timeval patience{60, 0};  // a test fails rather than hangs
+  setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
 }
 
 void RawClient::Close() {

@@ -183,9 +183,28 @@ void ServiceProcess::Signal(int number) const {
   ASSERT_EQ(kill(pid_, number), 0);
 }
 
+// What each thread of a process that should have ended waits for.
+std::string ServiceProcess::Threads() const {
+  std::string text;
+  std::error_code none;
+  const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks, none)) {
+    const std::string folder = task.path().string();
+    text += folder + ": " + ReadFile(folder + "/comm") + ReadFile(folder + "/syscall") +
+            ReadFile(folder + "/stack");
+  }
+  return text;
+}
+
 int ServiceProcess::WaitForEnd() {
   int status = 0;
-  if (waitpid(pid_, &status, 0) != pid_) return -1;
+  pid_t ended = 0;
+  for (int i = 0; i < 6000 && ended == 0; ++i) {
+    ended = waitpid(pid_, &status, WNOHANG);
+    if (ended == 0) usleep(10'000);
+  }
+  if (ended == 0) ADD_FAILURE() << "the service does not end\n" << Threads() << Trace();
+  if (ended != pid_) return -1;
   pid_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

@@ -29,7 +29,8 @@ class ServiceProcess {
   // Starts it with these arguments alone and waits for its end: the exit code.
   int RunToEnd(const std::vector<std::string>& arguments);
   void Signal(int number) const;
-  // Waits for the end: the exit code, 128 + the signal's number for one that a signal ended.
+  // Waits for the end: the exit code, 128 + the signal's number for one that a signal ended, -1 for
+  // one that does not end within a minute.
   int WaitForEnd();
 
   [[nodiscard]] unsigned Port() const { return port_; }
@@ -48,6 +49,7 @@ class ServiceProcess {
   void Spawn(const std::vector<std::string>& arguments);
   [[nodiscard]] std::string ReadLine() const;
   void WritePamRules() const;
+  [[nodiscard]] std::string Threads() const;
 
   TemporaryFolder folder_;
   std::string notifySocket_;
