@@ -46,23 +46,25 @@ class Signals {
     static_cast<void>(pthread_sigmask(SIG_BLOCK, &set_, nullptr));
     static_cast<void>(signal(SIGPIPE, SIG_IGN));
   }
-  [[nodiscard]] int Wait() const {
-    int number = 0;
-    while (sigwait(&set_, &number) != 0) {
-    }
-    return number;
-  }
+  [[nodiscard]] int Wait() const { return WaitFor(set_); }
   // From here on a signal to end ends the process at once: whoever sends a second one does not want
-  // to wait for the calls that still run.
+  // to wait for the calls that still run. The thread may outlive the run, so it has a copy.
   void EndAtOnce() const {
-    std::thread([this] {
+    std::thread([set = set_] {
       int number = SIGHUP;
-      while (number == SIGHUP) number = Wait();
+      while (number == SIGHUP) number = WaitFor(set);
       _exit(128 + number);
     }).detach();
   }
 
  private:
+  [[nodiscard]] static int WaitFor(const sigset_t& set) {
+    int number = 0;
+    while (sigwait(&set, &number) != 0) {
+    }
+    return number;
+  }
+
   sigset_t set_;
 };
 

@@ -21,7 +21,8 @@ class Kills : public Network {
   // Short pauses as often as long ones, since what happens first takes the shortest.
   void PauseUpTo(int ms) {
     const double part = static_cast<double>(random_() % 1'000'000) / 1'000'000;
-    std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(ms * part * part * part));
+    std::this_thread::sleep_for(
+        std::chrono::duration<double, std::milli>(kSlowness * ms * part * part * part));
   }
 
   std::mt19937_64 random_{Seed()};
