@@ -5,7 +5,8 @@
 # Usage: ./test.sh [--quick] [step...]
 #   --quick   the suite in the debug build alone, for daily use
 #   step      only these: format seam fuzz asan tsan debug release
-# Environment: ZN_JOBS (parallel jobs, default: cores), ZN_FUZZ_SECONDS (per fuzz target, default 15)
+# Environment: ZN_JOBS (parallel jobs, default: cores), ZN_FUZZ_SECONDS (per fuzz target, default 15),
+#   ZN_FUZZ_SEED (default 1, so that the same tree gives the same result; 0 to look for new faults)
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -47,7 +48,8 @@ FixedAddresses() {
 
 Fuzz() {
   Build fuzz --target fuzz_targets || return
-  ZN_FUZZ_SECONDS=${ZN_FUZZ_SECONDS:-15} ctest --preset fuzz -j "$jobs" --no-tests=error
+  ZN_FUZZ_SECONDS=${ZN_FUZZ_SECONDS:-15} ZN_FUZZ_SEED=${ZN_FUZZ_SEED:-1} \
+    ctest --preset fuzz -j "$jobs" --no-tests=error
 }
 
 # The steps, in the order of known_steps; the last build's suite comes at the very end.
