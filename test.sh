@@ -29,7 +29,7 @@ Chosen() { [[ " $chosen " == *" $1 "* ]]; }
 source scripts/steps.sh
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_stack_use_after_return=1:strict_string_checks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
-export TSAN_OPTIONS=${TSAN_OPTIONS:-second_deadlock_stack=1:halt_on_error=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-second_deadlock_stack=1:halt_on_error=1:suppressions=$PWD/tests/tsan.supp}
 
 # Runs the suite of a preset; the arguments go to ctest.
 Suite() {
