@@ -5,7 +5,7 @@
 # Usage: ./test.sh [--quick] [step...]
 #   --quick   the suite in the debug build alone, for daily use
 #   step      only these: format seam fuzz asan tsan debug release
-# Environment: ZN_JOBS (parallel jobs, default: cores), ZN_FUZZ_SECONDS (per fuzz target, default 15),
+# Environment: ZN_JOBS (parallel jobs, default: cores), ZN_FUZZ_SECONDS (per fuzz target, default 8),
 #   ZN_FUZZ_SEED (default 1, so that the same tree gives the same result; 0 to look for new faults)
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -48,7 +48,7 @@ FixedAddresses() {
 
 Fuzz() {
   Build fuzz --target fuzz_targets || return
-  ZN_FUZZ_SECONDS=${ZN_FUZZ_SECONDS:-15} ZN_FUZZ_SEED=${ZN_FUZZ_SEED:-1} \
+  ZN_FUZZ_SECONDS=${ZN_FUZZ_SECONDS:-8} ZN_FUZZ_SEED=${ZN_FUZZ_SEED:-1} \
     ctest --preset fuzz -j "$jobs" --no-tests=error
 }
 
@@ -72,12 +72,12 @@ if Chosen asan; then
   last=asan
 fi
 if Chosen tsan; then
-  # Everything in the library that has threads, and the service with its clients; the other programs'
-  # own tests run under the other builds.
+  # Everything in the library that has threads, and the service; the other programs' own tests run
+  # under the other builds.
   Step tsan-build FixedAddresses Build tsan --target unit_framework unit_support unit_ucl \
-    unit_service unit_clientsvc integration_providers service_process_test client_process_test lamp
+    unit_service unit_clientsvc integration_providers service_process_test
   Step tsan-suite FixedAddresses Suite tsan \
-    -R '^(framework|support|ucl|service|clientsvc|client|providers)\.'
+    -R '^(framework|support|ucl|service|clientsvc|providers)\.'
   last=tsan
 fi
 if Chosen fuzz; then
