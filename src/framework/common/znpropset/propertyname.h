@@ -45,11 +45,13 @@ class PropertyName {
  private:
   [[nodiscard]] static bool IsBefore(const NameEntry& a, const NameEntry& b) noexcept {
     const u32 shorter = a.length < b.length ? a.length : b.length;
+    const char* textOfA = a.text;  // goes on behind the declared array
+    const char* textOfB = b.text;
     for (u32 i = 0; i < shorter; i += 8) {
       u64 wordOfA = 0;
       u64 wordOfB = 0;
-      std::memcpy(&wordOfA, a.text + i, 8);
-      std::memcpy(&wordOfB, b.text + i, 8);
+      std::memcpy(&wordOfA, textOfA + i, 8);
+      std::memcpy(&wordOfB, textOfB + i, 8);
       // The first byte weighs most.
       if (wordOfA != wordOfB) return __builtin_bswap64(wordOfA) < __builtin_bswap64(wordOfB);
     }
