@@ -205,16 +205,7 @@ int main(int argc, char** argv) {
   using namespace zn::bench;
   std::vector<std::string> chosen;
   for (int i = 1; i < argc; ++i) {
-    const std::string argument = argv[i];
-    if (argument == "--seconds" && i + 1 < argc) {
-      seconds = std::atof(argv[++i]);
-    } else if (argument == "--cores" && i + 1 < argc) {
-      for (const char* at = argv[++i]; *at != 0; ++at) {
-        if (*at >= '0' && *at <= '9') cores.push_back(*at - '0');
-      }
-    } else {
-      chosen.push_back(argument);
-    }
+    if (!TakeOption(argc, argv, &i)) chosen.emplace_back(argv[i]);
   }
   std::map<std::string, double> results;
   std::map<std::string, double> costs;

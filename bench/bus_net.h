@@ -2,6 +2,7 @@
 // on it, and the processes that only read.
 #pragma once
 
+#include <semaphore.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -30,6 +31,7 @@ struct Counters {
   std::atomic<u64> frameSize{0};
   std::atomic<u64> made{0};   // changes of the stream
   std::atomic<u64> stamp{0};  // when the last single change was made, in nanoseconds
+  sem_t heard;                // posted by who has heard of it
 };
 // Made by the first process, found by the others through the environment.
 Counters& Shared();
@@ -40,7 +42,7 @@ enum class Task : u32 {
   kMakeObjects,  // of kFiveType; 0
   kStartStream,  // changes of things, no more than the window ahead of the slowest reader; 0
   kStopStream,   // 0
-  kOneChange,    // after a pause, with the stamp; 0
+  kLoneChanges,  // with the stamp, each when the last was heard of and so many microseconds more; 0
   kReads,        // reads of a property in the server's process, in a second
   kResetPeak,    // of the resident memory; the resident KiB
   kPeak,         // KiB
@@ -51,6 +53,7 @@ struct Command {
   Task task;
   u32 number;
 };
+inline constexpr u32 kLoneChanges = 1000;
 inline constexpr u32 kWindow = 512;  // changes of a stream that are under way
 
 // The main functions of the other processes. They read commands and tell results through the

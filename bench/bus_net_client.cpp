@@ -40,7 +40,9 @@ Counters* OpenCounters() {
   const int fd = memfd_create("znbench", 0);  // inherited by the processes that are started
   if (fd < 0 || ftruncate(fd, sizeof(Counters)) != 0) Fail("memfd_create");
   setenv(kSharedVariable, std::to_string(fd).c_str(), 1);
-  return new (MapCounters(fd)) Counters;
+  Counters* counters = new (MapCounters(fd)) Counters;
+  sem_init(&counters->heard, 1, 0);
+  return counters;
 }
 
 }  // namespace

@@ -105,13 +105,13 @@ class Stream {
 };
 std::unique_ptr<Stream> stream;
 
-// The pauses are for the clients to fall asleep, and to hear of it before anything else goes on.
-u64 OneChange(u32 number) {
-  constexpr std::chrono::microseconds kPause{300};
-  std::this_thread::sleep_for(kPause);
-  Shared().stamp = Nanoseconds();
-  ZN_MUST(SetCount(things[0], number));
-  std::this_thread::sleep_for(kPause);
+u64 LoneChanges(std::chrono::microseconds rest) {
+  for (u32 i = 0; i < kLoneChanges; ++i) {
+    if (rest.count() != 0) std::this_thread::sleep_for(rest);
+    Shared().stamp = Nanoseconds();
+    ZN_MUST(SetCount(things[0], i + 1));
+    if (sem_wait(&Shared().heard) != 0) Fail("sem_wait");
+  }
   return 0;
 }
 
@@ -156,8 +156,8 @@ u64 DoTask(const Command& command) {
     case Task::kStopStream:
       stream.reset();
       return 0;
-    case Task::kOneChange:
-      return OneChange(command.number);
+    case Task::kLoneChanges:
+      return LoneChanges(std::chrono::microseconds(command.number));
     case Task::kReads:
       return ReadsPerSecond();
     case Task::kResetPeak:

@@ -11,10 +11,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <mutex>
 #include <string>
@@ -30,6 +32,20 @@ std::vector<pid_t> others;
 void Fail(const char* what) {
   std::perror(what);
   std::exit(1);
+}
+
+bool TakeOption(int argc, char** argv, int* at) {
+  const bool isSeconds = std::strcmp(argv[*at], "--seconds") == 0;
+  if (!isSeconds && std::strcmp(argv[*at], "--cores") != 0) return false;
+  if (++*at == argc) Fail("an option without its value");
+  if (isSeconds) {
+    seconds = std::atof(argv[*at]);
+    return true;
+  }
+  for (const char* number = argv[*at]; *number != 0; ++number) {
+    if (*number >= '0' && *number <= '9') cores.push_back(*number - '0');
+  }
+  return true;
 }
 
 void Pin(size_t which) {
@@ -147,6 +163,21 @@ double CallsPerSecond(u32 threads,
   return static_cast<double>(all) / std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
+double Median(std::vector<double> samples) {
+  std::sort(samples.begin(), samples.end());
+  return samples[samples.size() / 2];
+}
+
+double MedianRatio(int pairs, const std::function<double()>& one,
+                   const std::function<double()>& other) {
+  std::vector<double> ratios;
+  for (int i = 0; i < pairs; ++i) {
+    const double first = one();
+    ratios.push_back(first / other());
+  }
+  return Median(std::move(ratios));
+}
+
 // --- Ping-pong ---------------------------------------------------------------------------------
 
 namespace {
@@ -176,6 +207,38 @@ void BareEcho(int tell) {
       }
     }).detach();
   }
+}
+
+// One thread for all connections.
+void Serve(int set, const std::function<bool(int)>& answer) {
+  for (;;) {
+    epoll_event events[64];
+    const int ready = epoll_wait(set, events, 64, -1);
+    for (int i = 0; i < ready; ++i) {
+      if (!answer(events[i].data.fd)) return;
+    }
+  }
+}
+
+void Watch(int set, int fd) {
+  NoDelay(fd);
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.fd = fd;
+  epoll_ctl(set, EPOLL_CTL_ADD, fd, &event);
+}
+
+void EventEcho(int tell, u32 connections) {
+  u32 port = 0;
+  const int listener = Listen(&port);
+  Tell(tell, port);
+  const int set = epoll_create1(0);
+  for (u32 i = 0; i < connections; ++i) Watch(set, accept(listener, nullptr, nullptr));
+  char bytes[kMessage];
+  Serve(set, [&bytes](int fd) {
+    if (recv(fd, bytes, sizeof bytes, MSG_WAITALL) <= 0) return false;
+    return send(fd, bytes, sizeof bytes, MSG_NOSIGNAL) > 0;
+  });
 }
 
 // One thread waits until another lets it go on.
@@ -243,6 +306,43 @@ double FloorPingPong(u32 connections) {
       });
   for (const int fd : sockets) close(fd);
   return rate;
+}
+
+double FloorEvents(u32 connections) {
+  const Child child([connections](int tell) { EventEcho(tell, connections); });
+  const auto port = child.Read<u32>();
+  const int set = epoll_create1(0);
+  std::vector<int> sockets(connections);
+  for (int& fd : sockets) Watch(set, fd = Connect(port));
+  const double rate = CallsPerSecond(1, [&](u32, const std::atomic<bool>& stop, u64* count) {
+    char bytes[kMessage] = {};
+    for (const int fd : sockets) SendMessage(fd, bytes);
+    Serve(set, [&](int fd) {
+      ReceiveMessage(fd, bytes);
+      ++*count;
+      SendMessage(fd, bytes);
+      return !stop;
+    });
+  });
+  for (const int fd : sockets) close(fd);
+  close(set);
+  return rate;
+}
+
+double FloorLone(std::chrono::microseconds rest) {
+  const Child child(BareEcho);
+  const int fd = Connect(child.Read<u32>());
+  std::vector<double> samples;
+  char bytes[kMessage] = {};
+  for (int i = 0; i < kLoneSamples; ++i) {
+    if (rest.count() != 0) std::this_thread::sleep_for(rest);
+    const auto begin = Clock::now();
+    SendMessage(fd, bytes);
+    ReceiveMessage(fd, bytes);
+    samples.push_back(std::chrono::duration<double, std::micro>(Clock::now() - begin).count());
+  }
+  close(fd);
+  return Median(std::move(samples));
 }
 
 double FloorHandOvers() {

@@ -27,6 +27,8 @@ extern std::vector<int> cores;
 extern std::vector<pid_t> others;
 
 [[noreturn]] void Fail(const char* what);
+// Reads `--seconds N` or `--cores LIST` at argv[*at], which is then the last word of it.
+bool TakeOption(int argc, char** argv, int* at);
 void Pin(size_t which);
 [[nodiscard]] double ProcessorSeconds();
 
@@ -65,9 +67,19 @@ int Connect(u32 port);
 // So many threads do something again and again until the time is over; how often in a second.
 double CallsPerSecond(u32 threads,
                       const std::function<void(u32, const std::atomic<bool>&, u64*)>& run);
+// Half of the samples are below it.
+[[nodiscard]] double Median(std::vector<double> samples);
+// Of so many pairs of runs, one after the other: the machine that others use is as slow for both.
+[[nodiscard]] double MedianRatio(int pairs, const std::function<double()>& one,
+                                 const std::function<double()>& other);
 
 // Exchanges in a second of small messages, one send each, a thread for each end of each connection.
 double FloorPingPong(u32 connections);
+// The same, but one thread at each end serves all that are ready: the most a bare program can do.
+double FloorEvents(u32 connections);
+// How long a single exchange takes, in microseconds, when both ends have rested so long before it.
+constexpr int kLoneSamples = 1000;
+double FloorLone(std::chrono::microseconds rest);
 // The same over one connection, each message handed from thread to thread twice on each side.
 double FloorHandOvers();
 // Frames in a second to 50 readers in another process, so many of that size in each send.
