@@ -43,6 +43,10 @@ class Console {
   bool TakeUpAgain(const Deadline& deadline, const std::function<void()>& stop,
                    const std::function<void()>& start);
 
+  // Ends the session, and everything known of its objects; the next use opens another. A verb that
+  // has shown all it was asked for leaves so: whether its server goes now is nothing to it.
+  void Drop();
+
   // The messages of the bus in the language that the user wants.
   Localizer Messages();
 
@@ -53,9 +57,6 @@ class Console {
 
  private:
   void WarnOfFailedProviders();
-  // Ends the session, and everything known of its objects. The next use opens another.
-  void Drop();
-
   Terminal terminal_;
   std::unique_ptr<Session> session_;
   std::unique_ptr<BusSource> source_;

@@ -144,6 +144,8 @@ int RunFollow(Console& console, const AlertArguments& arguments) {
     if (!ShowRaised(console, *alert, *event)) break;
     ++shown;
   }
+  stop();
+  console.Drop();
   return kExitOk;
 }
 

@@ -80,6 +80,8 @@ class Watch {
       if (event == nullptr || !IsWanted(*event, arguments_, listener_->OwnId(), only_)) continue;
       if (!Tell(watcher_->Look(*event))) break;
     }
+    StopListening();
+    console_.Drop();
     return kExitOk;
   }
 

@@ -3,11 +3,15 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <functional>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -57,10 +61,18 @@ class Following {
     }
     return lines;
   }
+  // Whether it waits for somebody to read what it writes.
+  [[nodiscard]] bool Writes() const {
+    const std::string call = ReadFile("/proc/" + std::to_string(pid_) + "/syscall");
+    return call.starts_with(std::to_string(SYS_write) + " ");
+  }
   // As Ctrl-C ends it: the exit code.
   int End() {
+    if (pid_ > 0) kill(pid_, SIGINT);
+    return Wait();
+  }
+  int Wait() {
     if (pid_ <= 0) return code_;
-    kill(pid_, SIGINT);
     int status = 0;
     EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
     pid_ = -1;
@@ -215,6 +227,50 @@ TEST_F(RemoteFollowing, ShowsTheMarksOfManyChangesOnlyWhereTheyAreAskedFor) {
   EXPECT_THAT(all.Out(), Not(HasSubstr("event.keld.dom.cache")));
   EXPECT_EQ(all.End(), 0);
   EXPECT_EQ(marks.End(), 0);
+}
+
+// A pipe that stands for the console's output, full: the console waits in its first write.
+class FullPipe {
+ public:
+  explicit FullPipe(const std::string& path) {
+    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    fd_ = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    while (write(fd_, "\n", 1) == 1) {
+    }
+  }
+  ~FullPipe() { close(fd_); }
+  FullPipe(const FullPipe&) = delete;
+  FullPipe& operator=(const FullPipe&) = delete;
+  void Drain() const {
+    char bytes[4096];
+    while (read(fd_, bytes, sizeof bytes) > 0) {
+    }
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+class RemoteLast : public RemoteFollowing, public testing::WithParamInterface<const char*> {};
+INSTANTIATE_TEST_SUITE_P(Verbs, RemoteLast, testing::Values("alerts --follow", "watch"));
+
+TEST_P(RemoteLast, ALossBehindTheLastThatWasAskedForIsNone) {
+  const FullPipe pipe(folder_ / "follow.out");
+  std::vector<std::string> words = {"--count", "1", "--for", "120"};
+  std::istringstream verb(GetParam());
+  words.insert(words.begin(), std::istream_iterator<std::string>(verb), {});
+  Following following(folder_ / "follow", Words(words));
+  ASSERT_TRUE(Until([&] {
+    Switch("Floor lamp", false);
+    Switch("Floor lamp", true);
+    return following.Writes();
+  }));
+  service_.Signal(SIGKILL);
+  static_cast<void>(service_.WaitForEnd());
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the console hears of it
+  pipe.Drain();
+  EXPECT_EQ(following.Wait(), 0);
+  EXPECT_EQ(following.Err(), "");
 }
 
 TEST_F(RemoteFollowing, EndsWhenThePasswordIsRefused) {
