@@ -82,6 +82,7 @@ Await() {  # Await TENTHS COMMAND...
 
 Title "a service that shows this machine, on a free port"
 printf '$ znsvc --foreground --port 0 --settings %s\n' "$ZN_SETTINGS"
+: >"$service_log"  # what an earlier run said is not taken for this one's
 # A session of its own: Ctrl-C is for the console.
 setsid build/run/bin/znsvc --foreground --port 0 >"$service_log" 2>&1 </dev/null &
 service=$!
