@@ -226,27 +226,10 @@ class CatalogInsertions final : public InsertionSource {
  private:
   [[nodiscard]] u32 AppendValue(u32 index, std::u16string* out) {
     const BusLock lock;  // the set may be the caller's and in use
-    const Property* insertion = nullptr;
-    ZN_RETURN_IF_FAILED(FindInsertion(formatted_, index, &insertion));
-    const Value& value = insertion->GetValue();
-    switch (value.Tag()) {
-      case ZN_TYPE_STRING:
-        out->append(ToWide(value.AsText()));
-        return ZN_OK;
-      case ZN_TYPE_WIDESTRING:
-        out->append(value.AsWideText());
-        return ZN_OK;
-      case ZN_TYPE_I18N:
-        return AppendMessage(PartsOfI18n(value.AsSet()), out);
-      default:
-        return ZNE_NOT_SUPPORTED_FOR_OBJECT;
-    }
-  }
-  [[nodiscard]] u32 AppendMessage(const I18nParts& parts, std::u16string* out) {
-    std::u16string text;
-    ZN_RETURN_IF_FAILED(session_.LookUpMessage(catalog_, parts.message, parts.name, &text));
-    out->append(text);
-    return ZN_OK;
+    const auto lookUp = [this](const I18nParts& parts, std::u16string* text) {
+      return session_.LookUpMessage(catalog_, parts.message, parts.name, text);
+    };
+    return AppendInsertion(formatted_, index, ZNE_NOT_SUPPORTED_FOR_OBJECT, lookUp, out);
   }
 
   ClientSession& session_;

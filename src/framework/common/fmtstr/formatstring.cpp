@@ -10,12 +10,12 @@
 #include <system_error>
 #include <utility>
 
-#include "framework/common/znpropset/i18nvalue.h"
 #include "framework/common/znpropset/property2.h"
 #include "support/common/block.h"
 #include "support/common/handle.h"
 #include "support/common/pointers.h"
 #include "support/common/status.h"
+#include "support/common/text.h"
 #include "support/common/trace.h"
 
 namespace zn {
@@ -149,6 +149,29 @@ u32 FindInsertion(const I18nFormatString& fmt, u32 index, const Property** out) 
   if (*out != nullptr) return ZN_OK;
   ZN_TRACE(3, "ZnAPI:I18nGetInsertion: Property lookup of failed");
   return ZNE_PROPERTY_NOT_FOUND;
+}
+
+u32 AppendInsertion(const I18nFormatString& fmt, u32 index, u32 ofOtherType,
+                    const MessageLookUp& lookUp, std::u16string* out) {
+  const Property* insertion = nullptr;
+  ZN_RETURN_IF_FAILED(FindInsertion(fmt, index, &insertion));
+  const Value& value = insertion->GetValue();
+  switch (value.Tag()) {
+    case ZN_TYPE_STRING:
+      out->append(ToWide(value.AsText()));
+      return ZN_OK;
+    case ZN_TYPE_WIDESTRING:
+      out->append(value.AsWideText());
+      return ZN_OK;
+    case ZN_TYPE_I18N: {
+      std::u16string text;
+      ZN_RETURN_IF_FAILED(lookUp(PartsOfI18n(value.AsSet()), &text));
+      out->append(text);
+      return ZN_OK;
+    }
+    default:
+      return ofOtherType;
+  }
 }
 
 u32 MakeFormattedProperty(const char* propertyName, const I18nString& message,

@@ -9,9 +9,12 @@
 // set is touched.
 #pragma once
 
+#include <functional>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "framework/common/znpropset/i18nvalue.h"
 #include "framework/common/znpropset/propertyset.h"
 #include "zn/types.h"
 
@@ -33,6 +36,13 @@ inline constexpr size_t kMaxMessageName = 0x20000;
 // The property itself, valid until the set changes. ZNE_INVALID_ARGUMENTS for a bad handle,
 // ZNE_PROPERTY_NOT_FOUND; both traced.
 [[nodiscard]] u32 FindInsertion(const I18nFormatString& fmt, u32 index, const Property** out);
+
+// The text of a message, whichever way a caller comes by it.
+using MessageLookUp = std::function<u32(const I18nParts&, std::u16string*)>;
+// Appends the text of an insertion: its own, or that of the message it is. `ofOtherType` is the
+// answer for a value that is neither. `lookUp` may give up the lock: the set is not read behind it.
+[[nodiscard]] u32 AppendInsertion(const I18nFormatString& fmt, u32 index, u32 ofOtherType,
+                                  const MessageLookUp& lookUp, std::u16string* out);
 
 // A formatted property as one block that PsFreeProperty frees; the name is kept as a pointer. The
 // caller has checked the catalog.

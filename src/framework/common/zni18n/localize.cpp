@@ -6,7 +6,6 @@
 #include "framework/common/znpropset/i18nvalue.h"
 #include "support/common/fastlock.h"
 #include "support/common/status.h"
-#include "support/common/text.h"
 
 namespace zn {
 
@@ -30,33 +29,15 @@ class FormatInsertions final : public InsertionSource {
 
   // Looked up anew each time: the set may change while the lock is free.
   [[nodiscard]] u32 Append(u32 index, std::u16string* out) override {
-    const Property* insertion = nullptr;
-    ZN_RETURN_IF_FAILED(FindInsertion(fmt_, index, &insertion));
-    const Value& value = insertion->GetValue();
-    switch (value.Tag()) {
-      case ZN_TYPE_STRING:
-        out->append(ToWide(value.AsText()));
-        return ZN_OK;
-      case ZN_TYPE_WIDESTRING:
-        out->append(value.AsWideText());
-        return ZN_OK;
-      case ZN_TYPE_I18N:
-        return AppendMessage(PartsOfI18n(value.AsSet()), out);
-      default:
-        return ZNE_UNEXPECTED;
-    }
+    const auto lookUp = [this](const I18nParts& parts, std::u16string* text) {
+      CatalogKey key = key_;
+      key.catalog = parts.catalog;
+      return GetMessageText(database_, key, parts.message, text);
+    };
+    return AppendInsertion(fmt_, index, ZNE_UNEXPECTED, lookUp, out);
   }
 
  private:
-  [[nodiscard]] u32 AppendMessage(const I18nParts& parts, std::u16string* out) {
-    CatalogKey key = key_;
-    key.catalog = parts.catalog;
-    std::u16string text;
-    ZN_RETURN_IF_FAILED(GetMessageText(database_, key, parts.message, &text));
-    out->append(text);
-    return ZN_OK;
-  }
-
   const DatabaseRef& database_;
   const I18nFormatString& fmt_;
   const CatalogKey& key_;
