@@ -1,8 +1,8 @@
 // The Cl* exports: handles, their states and the order of a logon. What a session does stands in
-// clientsession.h, start and stop in clientstart.cpp.
+// clientsession.h, start and stop in clientstart.cpp. No lock is taken around a call: a session may
+// block on its server.
 #include <cstdio>
 #include <memory>
-#include <new>
 #include <string>
 
 #include "clientsvc/common/clienthandle.h"
@@ -13,6 +13,7 @@
 #include "framework/common/znwire/messages.h"
 #include "support/common/block.h"
 #include "support/common/helpers.h"
+#include "support/common/memory_guard.h"
 #include "support/common/pointers.h"
 #include "support/common/status.h"
 #include "support/common/text.h"
@@ -24,18 +25,6 @@
 namespace zn {
 
 namespace {
-
-// No lock is taken around these: a session may block on its server.
-template <typename Body>
-[[nodiscard]] u32 ClientCall(Body&& body) noexcept {
-  try {
-    return body();
-  } catch (const std::bad_alloc&) {
-    return ZNE_OUT_OF_MEMORY;
-  } catch (...) {
-    return ZNE_UNEXPECTED;
-  }
-}
 
 [[nodiscard]] bool IsGoodOrNull(const void* pointer) noexcept {
   return pointer == nullptr || IsGoodPointer(pointer);
@@ -185,7 +174,7 @@ using namespace zn;
 
 u32 ClCreateDatabaseEx(const ClConnectInfo* connect, const ClLogonInfo* logon,
                        ClientHandle** handle, ZnHandle* database, u32 reserved) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     if (!IsGoodOrNull(connect) || !IsGoodOrNull(logon) || !IsGoodPointer(handle) ||
         !IsGoodPointer(database) || reserved != 0) {
       return ZNE_INVALID_ARGUMENTS;
@@ -206,7 +195,7 @@ u32 ClCreateDatabaseEx(const ClConnectInfo* connect, const ClLogonInfo* logon,
 }
 
 u32 ClCreateDatabase(const ClConnectInfo* connect, ClientHandle** handle, ZnHandle* database) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     if (!IsGoodOrNull(connect) || !IsGoodPointer(handle) || !IsGoodPointer(database)) {
       return ZNE_INVALID_ARGUMENTS;
     }
@@ -237,7 +226,7 @@ u32 ClCreateDatabase(const ClConnectInfo* connect, ClientHandle** handle, ZnHand
 }
 
 u32 ClLogon(ClientHandle* handle, const ClLogonInfo* logon) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     if (!IsClientHandle(handle)) return ZNE_INVALID_ARGUMENTS;
     if (ClientState(handle) == ZN_CLIENT_LOGGED_ON) return ZN_OK;
     Credentials credentials;
@@ -249,7 +238,7 @@ u32 ClLogon(ClientHandle* handle, const ClLogonInfo* logon) {
 }
 
 u32 ClDisconnect(ClientHandle* handle, u32, u32) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     if (!TakeForClosing(handle)) return ZNE_INVALID_ARGUMENTS;
     const std::shared_ptr<ClientSession> session =
         SessionList::Instance().FindKnown(ClientSessionOf(handle));
@@ -260,7 +249,7 @@ u32 ClDisconnect(ClientHandle* handle, u32, u32) {
 }
 
 u32 ClDeleteDatabase(ClientHandle* handle, ZnHandle database) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     if (!IsGoodPointer(handle) || database == nullptr || !TakeForClosing(handle)) {
       return ZNE_INVALID_ARGUMENTS;
     }
@@ -273,7 +262,7 @@ u32 ClDeleteDatabase(ClientHandle* handle, ZnHandle database) {
 }
 
 u32 ClRegisterClient(ClientHandle* handle, u32, const ClRegisterInfo* info, ZnHandle* provider) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     if (!IsClientHandle(handle)) return ZNE_INVALID_ARGUMENTS;
     if (ClientState(handle) != ZN_CLIENT_LOGGED_ON) return ZNW_SHMEM_LOGIN_FAILED;
     const std::shared_ptr<ClientSession> session = ListedSession(handle);
@@ -291,7 +280,7 @@ u32 ClUnregisterClient(u32, u32, u32) {
 }
 
 u32 ClEnumHosts(u32 flagMask, u32* count, ClHostInfo** hosts) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     if (!IsGoodPointer(count) || !IsGoodPointer(hosts)) return ZNE_INVALID_ARGUMENTS;
     const std::vector<ClHostInfo> found = MatchingHosts(flagMask);
     const auto bytes = static_cast<u32>(found.size() * sizeof(ClHostInfo));
@@ -305,7 +294,7 @@ u32 ClEnumHosts(u32 flagMask, u32* count, ClHostInfo** hosts) {
 }
 
 u32 ClEnableHostDiscovery(u32 timeoutSeconds, u8 immediately) {
-  static_cast<void>(ClientCall([&]() -> u32 {
+  static_cast<void>(GuardMemory([&]() -> u32 {
     EnableDiscovery(timeoutSeconds, immediately != 0);
     return ZN_OK;
   }));
@@ -318,7 +307,7 @@ u32 ClDisableHostDiscovery(void) {
 }
 
 u32 ClDownloadFile(ClientHandle* handle, const ZnWChar* name, const ZnWChar* localPath) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     const std::shared_ptr<ClientSession> session = ListedSession(handle);
     if (session == nullptr || !IsGoodString(name, kMaxTypeLength) ||
         !IsGoodString(localPath, kMaxTypeLength)) {
@@ -329,7 +318,7 @@ u32 ClDownloadFile(ClientHandle* handle, const ZnWChar* name, const ZnWChar* loc
 }
 
 u32 ClMakeFormattedString(ClientHandle* handle, const I18nFormatString* formatted, ZnWChar** out) {
-  return ClientCall([&]() -> u32 {
+  return GuardMemory([&]() -> u32 {
     const std::shared_ptr<ClientSession> session = ListedSession(handle);
     if (session == nullptr || !IsGoodPointer(formatted) || !IsGoodPointer(out)) {
       return ZNE_INVALID_ARGUMENTS;

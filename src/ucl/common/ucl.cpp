@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "support/common/memory_guard.h"
 #include "support/common/pointers.h"
 #include "support/common/trace.h"
 #include "ucl/common/manager.h"
@@ -59,17 +60,6 @@ u32 EndConnection(u32 handle, bool isServer, u32 address, u32 connectionId, Stop
   if (connection == nullptr) return UCLE_DISCONNECT_FAILED;
   connection->End(cause);
   return ZN_OK;
-}
-
-template <typename Body>
-u32 GuardMemory(Body&& body) noexcept {
-  try {
-    return body();
-  } catch (const std::bad_alloc&) {
-    return ZNE_OUT_OF_MEMORY;
-  } catch (...) {
-    return ZNE_UNEXPECTED;
-  }
 }
 
 }  // namespace
