@@ -40,30 +40,30 @@ struct Account {
   gid_t group = 0;
 };
 
-[[nodiscard]] bool FindAccount(const std::string& name, Account* out) {
+// The record that `ask` (getpwnam_r, getgrnam_r) finds by that name, its numbers alone: what it
+// points to ends with the call.
+template <typename Record, typename Ask>
+[[nodiscard]] bool FindByName(const std::string& name, Ask ask, Record* out) {
   std::vector<char> room(1024);
-  passwd record{};
-  passwd* found = nullptr;
+  Record* found = nullptr;
   int error = ERANGE;
   while (error == ERANGE) {
     room.resize(room.size() * 2);
-    error = getpwnam_r(name.c_str(), &record, room.data(), room.size(), &found);
+    error = ask(name.c_str(), out, room.data(), room.size(), &found);
   }
-  if (error != 0 || found == nullptr) return false;
+  return error == 0 && found != nullptr;
+}
+
+[[nodiscard]] bool FindAccount(const std::string& name, Account* out) {
+  passwd record{};
+  if (!FindByName(name, getpwnam_r, &record)) return false;
   *out = {record.pw_uid, record.pw_gid};
   return true;
 }
 
 [[nodiscard]] bool FindGroup(const std::string& name, gid_t* out) {
-  std::vector<char> room(1024);
   group record{};
-  group* found = nullptr;
-  int error = ERANGE;
-  while (error == ERANGE) {
-    room.resize(room.size() * 2);
-    error = getgrnam_r(name.c_str(), &record, room.data(), room.size(), &found);
-  }
-  if (error != 0 || found == nullptr) return false;
+  if (!FindByName(name, getgrnam_r, &record)) return false;
   *out = record.gr_gid;
   return true;
 }
