@@ -39,7 +39,7 @@ class Hostile : public testing::Test {
 TEST_F(Hostile, AFrameByteByByteIsServed) {
   StartWith("");
   RawClient client(Port());
-  for (const char byte : FrameBytes(2, 5, MarshalledBytes(OfferOf(1)))) {
+  for (const char byte : FrameBytes(2, 5, BytesOf(OfferOf(1)))) {
     ASSERT_TRUE(client.SendBytes({&byte, 1}));
   }
   EXPECT_EQ(NumberOf(client.WaitForResponse(5).Set(), "Message"), 2u);
@@ -49,7 +49,7 @@ TEST_F(Hostile, FramesInOnePieceAreServedInTheirOrder) {
   StartWith("");
   RawClient client(Port());
   std::string bytes;
-  for (u32 id = 1; id <= 50; ++id) bytes += FrameBytes(2, id, MarshalledBytes(OfferOf(1)));
+  for (u32 id = 1; id <= 50; ++id) bytes += FrameBytes(2, id, BytesOf(OfferOf(1)));
   ASSERT_TRUE(client.SendBytes(bytes));
   for (u32 id = 1; id <= 50; ++id) {
     RawFrame frame;
@@ -60,7 +60,7 @@ TEST_F(Hostile, FramesInOnePieceAreServedInTheirOrder) {
 
 TEST_F(Hostile, ACutFrameCostsNobodyAnything) {
   StartWith("");
-  const std::string frame = FrameBytes(2, 1, MarshalledBytes(OfferOf(1)));
+  const std::string frame = FrameBytes(2, 1, BytesOf(OfferOf(1)));
   for (size_t length = 0; length < frame.size(); length += 11) {
     RawClient client(Port());
     ASSERT_TRUE(client.SendBytes(std::string_view(frame).substr(0, length)));
@@ -71,7 +71,7 @@ TEST_F(Hostile, ADamagedHeadEndsTheConnection) {
   StartWith("");
   for (size_t place = 0; place < 22; place += 3) {
     RawClient client(Port());
-    std::string frame = FrameBytes(2, 1, MarshalledBytes(OfferOf(1)));
+    std::string frame = FrameBytes(2, 1, BytesOf(OfferOf(1)));
     frame[place] = static_cast<char>(frame[place] ^ 1);
     ASSERT_TRUE(client.SendBytes(frame));
     EXPECT_TRUE(client.IsClosedByPeer()) << place;
@@ -81,9 +81,9 @@ TEST_F(Hostile, ADamagedHeadEndsTheConnection) {
 TEST_F(Hostile, ADamagedEndDropsItsFrameAlone) {
   StartWith("");
   RawClient client(Port());
-  std::string frame = FrameBytes(2, 1, MarshalledBytes(OfferOf(1)));
+  std::string frame = FrameBytes(2, 1, BytesOf(OfferOf(1)));
   frame[frame.size() - 4] = 'x';
-  ASSERT_TRUE(client.SendBytes(frame + FrameBytes(2, 2, MarshalledBytes(OfferOf(1)))));
+  ASSERT_TRUE(client.SendBytes(frame + FrameBytes(2, 2, BytesOf(OfferOf(1)))));
   RawFrame answer;
   ASSERT_TRUE(client.Receive(&answer));
   EXPECT_EQ(answer.id, 2u);
@@ -102,7 +102,7 @@ TEST_F(Hostile, AStrangersGarbageEndsTheConnection) {
 
 TEST_F(Hostile, EveryDamageOfAnOfferIsSurvived) {
   StartWith("");
-  const std::string offer = MarshalledBytes(OfferOf(1));
+  const std::string offer = BytesOf(OfferOf(1));
   for (size_t place = 0; place < offer.size(); ++place) {
     RawClient client(Port());
     std::string damaged = offer;
@@ -167,8 +167,7 @@ TEST_F(Hostile, NoMoreClientsThanTheSettingsSay) {
   while (!served && std::chrono::steady_clock::now() < limit) {
     RawClient client(Port());
     RawFrame answer;
-    served =
-        client.SendBytes(FrameBytes(2, 1, MarshalledBytes(OfferOf(1)))) && client.Receive(&answer);
+    served = client.SendBytes(FrameBytes(2, 1, BytesOf(OfferOf(1)))) && client.Receive(&answer);
   }
   EXPECT_TRUE(served);
 }

@@ -32,31 +32,12 @@ u32 WordAt(std::string_view bytes, size_t at) {
 
 }  // namespace
 
-PropertySet RawFrame::Set() const {
-  PropertySet set;
-  BinaryReader reader(payload.data(), payload.size());
-  EXPECT_EQ(set.Unmarshal(reader), ZN_OK);
-  return set;
-}
-
 std::string FrameBytes(u32 type, u32 id, std::string_view payload, u32 status) {
   std::string bytes(kHead);
   bytes += Word(0) + Word(static_cast<u32>(payload.size())) + Word(type) + Word(id) + Word(status);
   bytes += payload;
   bytes += kTail;
   return bytes;
-}
-
-std::string MarshalledBytes(const PropertySet& set) {
-  BinaryWriter stream;
-  set.Marshal(stream);
-  return {reinterpret_cast<const char*>(stream.Buffer().Data()), stream.Buffer().Size()};
-}
-
-u32 NumberOf(const PropertySet& set, std::string_view name) {
-  const Value* value = set.FindValue(name, ZN_TYPE_UINT32);
-  EXPECT_NE(value, nullptr) << name;
-  return value == nullptr ? 0xDEADBEEF : value->AsUInt32();
 }
 
 void RawClient::Connect(unsigned port) {
@@ -123,7 +104,7 @@ bool RawClient::IsClosedByPeer() {
 
 u32 RawClient::SendRequest(const PropertySet& message) {
   const u32 id = ++lastId_;
-  EXPECT_TRUE(SendBytes(FrameBytes(2, id, MarshalledBytes(message))));
+  EXPECT_TRUE(SendBytes(FrameBytes(2, id, BytesOf(message))));
   return id;
 }
 

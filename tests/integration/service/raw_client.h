@@ -12,6 +12,7 @@
 
 #include "framework/common/znpropset/propertyset.h"
 #include "framework/common/znwire/nestedset.h"
+#include "tests/unit/framework/sets.h"
 #include "zn/types.h"
 
 namespace zn::test {
@@ -22,12 +23,10 @@ struct RawFrame {
   u32 status = 0;
   std::string payload;
 
-  [[nodiscard]] PropertySet Set() const;
+  [[nodiscard]] PropertySet Set() const { return SetOf(payload); }
 };
 
 [[nodiscard]] std::string FrameBytes(u32 type, u32 id, std::string_view payload, u32 status = 0);
-[[nodiscard]] std::string MarshalledBytes(const PropertySet& set);
-[[nodiscard]] u32 NumberOf(const PropertySet& set, std::string_view name);
 
 class RawClient {
  public:

@@ -191,7 +191,7 @@ TEST_F(SessionProcess, AOneWayFrameGetsNoAnswer) {
   ServiceProcess service;
   service.MustStart();
   RawClient client(service.Port());
-  EXPECT_TRUE(client.SendBytes(FrameBytes(3, 77, MarshalledBytes(OfferOf(1)))));
+  EXPECT_TRUE(client.SendBytes(FrameBytes(3, 77, BytesOf(OfferOf(1)))));
   client.Meet();
   EXPECT_THAT(client.pushed, SizeIs(0));
 }

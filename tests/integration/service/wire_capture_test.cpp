@@ -189,9 +189,7 @@ struct Captured {
 
   [[nodiscard]] u32 Message() const {
     const std::string_view payload = std::string_view(bytes).substr(42, bytes.size() - 64);
-    PropertySet set;
-    BinaryReader reader(payload.data(), payload.size());
-    EXPECT_EQ(set.Unmarshal(reader), ZN_OK);
+    const PropertySet set = SetOf(payload);
     const Value* number = set.FindValue("Message", ZN_TYPE_UINT32);
     return number == nullptr ? 0 : number->AsUInt32();
   }

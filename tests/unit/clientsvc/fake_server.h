@@ -22,6 +22,7 @@
 #include "framework/common/znwire/nestedset.h"
 #include "support/common/fastlock.h"
 #include "support/common/handle.h"
+#include "tests/unit/framework/sets.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/cipher.h"
 #include "ucl/common/credentials.h"
@@ -31,12 +32,6 @@
 #include "zn/pr.h"
 
 namespace zn::test {
-
-[[nodiscard]] inline std::string BytesOf(const PropertySet& set) {
-  BinaryWriter writer;
-  set.Marshal(writer);
-  return {reinterpret_cast<const char*>(writer.Buffer().Data()), writer.Buffer().Size()};
-}
 
 class FakeServer {
  public:
@@ -222,9 +217,7 @@ class FakeServer {
       char first = 0;
       if (recv(peer.Fd(), &first, 1, MSG_PEEK) <= 0) break;
       const BarePeer::Frame frame = peer.ReceiveFrame();
-      PropertySet request;
-      BinaryReader reader(frame.payload.data(), frame.payload.size());
-      EXPECT_EQ(request.Unmarshal(reader), ZN_OK);
+      const PropertySet request = SetOf(frame.payload);
       const Value* number = request.FindValue("Message", ZN_TYPE_UINT32);
       const u32 message = number == nullptr ? 0 : number->AsUInt32();
       EXPECT_EQ(frame.type, 2u);

@@ -7,6 +7,7 @@
 #include "support/common/status.h"
 #include "tests/unit/framework/api_frame.h"
 #include "tests/unit/framework/event_fixture.h"
+#include "tests/unit/framework/sets.h"
 #include "zn/alert.h"
 #include "zn/memory.h"
 #include "zn/ps.h"
@@ -110,11 +111,6 @@ class AlertTest : public EventTest {
     EXPECT_NE(value, nullptr) << name;
     return value == nullptr ? I18nParts{} : PartsOfI18n(value->AsSet());
   }
-  static u32 NumberIn(const PropertySet& set, const char* name) {
-    const Value* value = set.FindValue(name, ZN_TYPE_UINT32);
-    EXPECT_NE(value, nullptr) << name;
-    return value == nullptr ? 0xDEAD : value->AsUInt32();
-  }
 
   TestAlert alert_;
 };
@@ -134,17 +130,17 @@ TEST_F(AlertTest, ItsGenericSetHasWhatWasDescribed) {
   const PropertySet set = SetOf("GenericAlertPropset");
   EXPECT_EQ(set.Count(), 10u);
   EXPECT_EQ(set.FindValue("AlertTopic", ZN_TYPE_STRING)->AsText(), kTopic);
-  EXPECT_EQ(NumberIn(set, "AlertSeverity"), 2u);
-  EXPECT_EQ(NumberIn(set, "AlertFlag"), 3u);
+  EXPECT_EQ(NumberOf(set, "AlertSeverity"), 2u);
+  EXPECT_EQ(NumberOf(set, "AlertFlag"), 3u);
   EXPECT_EQ(PartsIn(set, "AlertMsg").message, 1u);
   EXPECT_EQ(PartsIn(set, "AlertMsg").name, "Disk %1 is %2 percent full.");
   EXPECT_TRUE(SameGuid(PartsIn(set, "AlertMsg").catalog, kCatalog));
-  EXPECT_EQ(NumberIn(set, "AlertMsgInsertionStringCount"), 2u);
+  EXPECT_EQ(NumberOf(set, "AlertMsgInsertionStringCount"), 2u);
   EXPECT_EQ(PartsIn(set, "FriendlyAlertName").message, 2u);
   EXPECT_EQ(PartsIn(set, "ClassificationName").message, 3u);
   EXPECT_EQ(PartsIn(set, "Description").message, 4u);
   EXPECT_EQ(PartsIn(set, "RecommendedAction").message, 5u);
-  EXPECT_EQ(NumberIn(set, "RecommendedActionInsertionStringCount"), 1u);
+  EXPECT_EQ(NumberOf(set, "RecommendedActionInsertionStringCount"), 1u);
   EXPECT_FALSE(HasUserSet());
 }
 
@@ -244,8 +240,8 @@ TEST_F(AlertTest, EveryGoodFlagAndSeverityIsTaken) {
       alert_.descriptor.flag = flag;
       alert_.descriptor.severity = severity;
       EXPECT_EQ(Publish(), ZN_OK);
-      EXPECT_EQ(NumberIn(SetOf("GenericAlertPropset"), "AlertSeverity"), severity);
-      EXPECT_EQ(NumberIn(SetOf("GenericAlertPropset"), "AlertFlag"), flag);
+      EXPECT_EQ(NumberOf(SetOf("GenericAlertPropset"), "AlertSeverity"), severity);
+      EXPECT_EQ(NumberOf(SetOf("GenericAlertPropset"), "AlertFlag"), flag);
       EXPECT_EQ(ObUnpublishAlert(nullptr, first_->Handle(), kTopic), ZN_OK);
     }
   }
@@ -289,8 +285,8 @@ TEST_F(AlertTest, ARaisedAlertCarriesItsFormatStrings) {
   const PropertySet& set = found->AsSet();
   EXPECT_EQ(set.Count(), 10u);
   EXPECT_EQ(set.FindValue("AlertTopic", ZN_TYPE_STRING)->AsText(), kTopic);
-  EXPECT_EQ(NumberIn(set, "AlertSeverity"), 2u);
-  EXPECT_EQ(NumberIn(set, "AlertFlag"), 3u);
+  EXPECT_EQ(NumberOf(set, "AlertSeverity"), 2u);
+  EXPECT_EQ(NumberOf(set, "AlertFlag"), 3u);
   EXPECT_EQ(PartsIn(set, "FriendlyAlertName").message, 2u);
   EXPECT_EQ(PartsIn(set, "ClassificationName").message, 3u);
   EXPECT_EQ(PartsIn(set, "Description").message, 4u);
@@ -305,8 +301,8 @@ TEST_F(AlertTest, ARaisedAlertCarriesItsFormatStrings) {
   EXPECT_EQ(InsertionsOf(action)->Count(), 1u);
   EXPECT_EQ(set.Find("AlertMsgInsertionStringCount"), nullptr);
   EXPECT_EQ(set.Find("RecommendedActionInsertionStringCount"), nullptr);
-  EXPECT_GE(NumberIn(set, "TimeStampSeconds"), before);
-  EXPECT_LE(NumberIn(set, "TimeStampSeconds"), after);
+  EXPECT_GE(NumberOf(set, "TimeStampSeconds"), before);
+  EXPECT_LE(NumberOf(set, "TimeStampSeconds"), after);
   EXPECT_FALSE(IsZeroGuid(set.FindValue("AlertGUID", ZN_TYPE_GUID)->AsGuid()));
 }
 
@@ -559,8 +555,8 @@ TEST_F(AlertTest, TheServerHasTwoOfItsOwn) {
     ASSERT_NE(node, nullptr);
     const PropertySet& set =
         node->Properties().FindValue("GenericAlertPropset", ZN_TYPE_PROPSET)->AsSet();
-    EXPECT_EQ(NumberIn(set, "AlertFlag"), 3u);
-    EXPECT_EQ(NumberIn(set, "AlertSeverity"), row.severity);
+    EXPECT_EQ(NumberOf(set, "AlertFlag"), 3u);
+    EXPECT_EQ(NumberOf(set, "AlertSeverity"), row.severity);
     EXPECT_EQ(PartsIn(set, "AlertMsg").message, row.first);
     EXPECT_EQ(PartsIn(set, "AlertMsg").name, row.message);
     EXPECT_EQ(PartsIn(set, "FriendlyAlertName").name, row.friendlyName);

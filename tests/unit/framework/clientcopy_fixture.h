@@ -16,6 +16,7 @@
 #include "framework/common/znwire/messages.h"
 #include "tests/unit/framework/event_fixture.h"
 #include "tests/unit/framework/fixture.h"
+#include "tests/unit/framework/sets.h"
 #include "tests/unit/framework/trace_capture.h"
 #include "zn/db.h"
 #include "zn/init.h"
@@ -35,12 +36,7 @@ inline constexpr GUID kShownInterface = {0x51, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}}
 
 // The set as the other end of a connection reads it.
 [[nodiscard]] inline PropertySet Travelled(const PropertySet& set) {
-  BinaryWriter writer;
-  set.Marshal(writer);
-  BinaryReader reader(writer.Buffer().Data(), writer.Buffer().Size());
-  PropertySet read;
-  EXPECT_EQ(read.Unmarshal(reader), ZN_OK);
-  return read;
+  return SetOf(BytesOf(set));
 }
 
 class RemoteCopyTest : public EventTest {

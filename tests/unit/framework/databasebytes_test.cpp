@@ -7,6 +7,7 @@
 
 #include "framework/common/zncore/database_value.h"
 #include "tests/unit/framework/api_frame.h"
+#include "tests/unit/framework/sets.h"
 #include "zn/db.h"
 #include "zn/memory.h"
 #include "zn/ps.h"
@@ -50,11 +51,6 @@ class DatabaseBytes : public FrameTest {
   }
   static u32 Read(const std::string& bytes, ZnHandle handle) {
     return DbUnmarshalPrivateDatabase(handle, static_cast<u32>(bytes.size()), bytes.data());
-  }
-  static std::string BytesOf(const PropertySet& set) {
-    BinaryWriter stream;
-    set.Marshal(stream);
-    return {reinterpret_cast<const char*>(stream.Buffer().Data()), stream.Buffer().Size()};
   }
   PropertySet Content() const {
     PropertySet content;
@@ -106,11 +102,7 @@ TEST_F(DatabaseBytes, RefusesWithTheTextsOfBothCalls) {
 }
 
 TEST_F(DatabaseBytes, AnEmptyDatabaseIsItsIdItsTypesAndAnEmptyList) {
-  const std::string bytes = Bytes(private_);
-  BinaryReader stream(bytes.data(), bytes.size());
-  PropertySet set;
-  ASSERT_EQ(set.Unmarshal(stream), ZN_OK);
-  EXPECT_EQ(stream.Left(), 0u);
+  const PropertySet set = SetOf(Bytes(private_));
   EXPECT_EQ(set.Count(), 3u);
   EXPECT_EQ(set.FindValue("DatabaseId", ZN_TYPE_OBJECT_ID)->AsId(), At(private_).GetId());
   EXPECT_FALSE(FindSetList(set, "Types")->empty());

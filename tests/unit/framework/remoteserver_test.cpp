@@ -7,6 +7,7 @@
 #include "framework/common/znwire/recordhead.h"
 #include "support/common/handle.h"
 #include "tests/unit/framework/fixture.h"
+#include "tests/unit/framework/sets.h"
 
 namespace zn::test {
 
@@ -18,20 +19,6 @@ using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
 constexpr GUID kInterface = {0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 8}};
-
-std::string BytesOf(const PropertySet& set) {
-  BinaryWriter stream;
-  set.Marshal(stream);
-  return {reinterpret_cast<const char*>(stream.Buffer().Data()), stream.Buffer().Size()};
-}
-
-PropertySet SetOf(std::string_view bytes) {
-  PropertySet set;
-  BinaryReader reader(bytes.data(), bytes.size());
-  EXPECT_EQ(set.Unmarshal(reader), ZN_OK);
-  EXPECT_EQ(reader.Left(), 0u);
-  return set;
-}
 
 class RemoteServer : public StoreTest {
  protected:

@@ -27,16 +27,16 @@ TEST(DiscoveryReply, TellsAllThatAClientWantsToKnow) {
   EXPECT_EQ(set.Count(), 7u);
   EXPECT_EQ(set.FindValue("Hostname", ZN_TYPE_STRING)->AsText(), "host");
   EXPECT_TRUE(SameGuid(set.FindValue("DatabaseId", ZN_TYPE_OBJECT_ID)->AsGuid(), TestGuid(7)));
-  EXPECT_EQ(NumberIn(set, "MiraVersion"), 30u);
-  EXPECT_EQ(NumberIn(set, "MiraType"), 0u);
-  EXPECT_EQ(NumberIn(set, "ServerFlags"), 5u);
+  EXPECT_EQ(NumberOf(set, "MiraVersion"), 30u);
+  EXPECT_EQ(NumberOf(set, "MiraType"), 0u);
+  EXPECT_EQ(NumberOf(set, "ServerFlags"), 5u);
   EXPECT_THAT(NumbersOf(*set.FindValue("HostIP", ZN_TYPE_UINT32 | ZN_TYPE_ARRAY)),
               ElementsAre(0x7F000001, 0xC0A80002));
   const Value* protocols = set.FindValue("SupportedProtocols", ZN_TYPE_PROPSET | ZN_TYPE_ARRAY);
   ASSERT_NE(protocols, nullptr);
   ASSERT_EQ(protocols->AsArray().size(), 1u);
   const PropertySet& protocol = protocols->AsArray()[0].AsSet();
-  EXPECT_EQ(NumberIn(protocol, "ProtocolVersion"), 30u);
+  EXPECT_EQ(NumberOf(protocol, "ProtocolVersion"), 30u);
   EXPECT_EQ(protocol.FindValue("ProtocolName", ZN_TYPE_STRING)->AsText(), "Socket");
 }
 
@@ -98,7 +98,7 @@ TEST_F(Listener, AnswersADiscovery) {
   const PropertySet set = SetOf(Receive());
   EXPECT_TRUE(SameGuid(set.FindValue("DatabaseId", ZN_TYPE_OBJECT_ID)->AsGuid(),
                        database_->GetId().Value()));
-  EXPECT_EQ(NumberIn(set, "MiraVersion"), 30u);
+  EXPECT_EQ(NumberOf(set, "MiraVersion"), 30u);
 }
 
 struct Malformed {

@@ -95,7 +95,7 @@ TEST_F(Files, SendsAPublishedFileAsItIs) {
   Follow();
   const Reply reply = Ask(folder_ / "catalog.cat");
   EXPECT_EQ(reply.Result(), ZN_OK);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 10u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 10u);
   EXPECT_EQ(reply.set.Count(), 3u);
   EXPECT_EQ(reply.set.FindValue("Data", ZN_TYPE_BINARY)->AsBinary(), content);
   EXPECT_THAT(heard_.WaitFor(2),
@@ -128,7 +128,7 @@ TEST_F(Files, RefusesAFileThatWasNotPublished) {
                                   folder_ / "a\" OR", folder_ / "./a"}) {
     const Reply reply = Ask(path);
     EXPECT_EQ(reply.Result(), ZNE_CLIENT_NOT_AUTHORIZED) << path;
-    EXPECT_EQ(NumberIn(reply.set, "Message"), 10u);
+    EXPECT_EQ(NumberOf(reply.set, "Message"), 10u);
     EXPECT_FALSE(reply.Has("Data"));
   }
   EXPECT_THAT(heard_.Items(), IsEmpty());

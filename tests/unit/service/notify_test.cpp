@@ -248,11 +248,11 @@ TEST_F(Notify, SendsAnEventWithItsProviderAndData) {
   ASSERT_EQ(EvRaiseEvent(nullptr, provider, "event.test.raised", data.Get()), ZN_OK);
   const auto sent = transport_.sent.WaitFor(1);
   const PropertySet set = SetIn(sent[0].messages[0]);
-  EXPECT_EQ(NumberIn(set, "Message"), 12u);
-  EXPECT_EQ(NumberIn(set, "Flags"), EVENT_LOCAL | EVENT_REMOTE | EVENT_OWNS_DATA);
+  EXPECT_EQ(NumberOf(set, "Message"), 12u);
+  EXPECT_EQ(NumberOf(set, "Flags"), EVENT_LOCAL | EVENT_REMOTE | EVENT_OWNS_DATA);
   EXPECT_EQ(set.FindValue("NotificationId", ZN_TYPE_STRING)->AsText(), "event.test.raised");
   EXPECT_TRUE(SameGuid(set.FindValue("ProviderId", ZN_TYPE_OBJECT_ID)->AsGuid(), IdOf(provider)));
-  EXPECT_EQ(NumberIn(set.FindValue("Data", ZN_TYPE_PROPSET)->AsSet(), "Number"), 5u);
+  EXPECT_EQ(NumberOf(set.FindValue("Data", ZN_TYPE_PROPSET)->AsSet(), "Number"), 5u);
   EXPECT_EQ(set.Count(), 5u);
 }
 

@@ -55,7 +55,7 @@ TEST_F(Requests, CallsTheProviderOfTheInterface) {
     EXPECT_EQ(call.majorCode, 0u);
     EXPECT_EQ(call.minorCode, 5u);
     EXPECT_EQ(call.reserved, 0u);
-    EXPECT_EQ(NumberIn(*HandleThing<PropertySet>(call.in), "In"), 7u);
+    EXPECT_EQ(NumberOf(*HandleThing<PropertySet>(call.in), "In"), 7u);
     HandleThing<PropertySet>(call.out)->Put("Out", Value::UInt32(8));
     return ZN_OK;
   };
@@ -63,18 +63,18 @@ TEST_F(Requests, CallsTheProviderOfTheInterface) {
   data.Put("In", Value::UInt32(7));
   const Reply reply = Send(Request(object_, 5, data));
   EXPECT_EQ(reply.Result(), ZN_OK);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 8u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 8u);
   EXPECT_EQ(reply.set.Count(), 5u);
   EXPECT_TRUE(
       SameGuid(reply.set.FindValue("ProviderId", ZN_TYPE_OBJECT_ID)->AsGuid(), IdOf(provider_)));
   EXPECT_TRUE(IsZeroGuid(reply.set.FindValue("TaskId", ZN_TYPE_OBJECT_ID)->AsGuid()));
-  EXPECT_EQ(NumberIn(reply.set.FindValue("Data", ZN_TYPE_PROPSET)->AsSet(), "Out"), 8u);
+  EXPECT_EQ(NumberOf(reply.set.FindValue("Data", ZN_TYPE_PROPSET)->AsSet(), "Out"), 8u);
 }
 
 TEST_F(Requests, TakesItsDataAsBytesToo) {
   LogOn();
   script.call = [](const SlotCall& call) {
-    return NumberIn(*HandleThing<PropertySet>(call.in), "In");
+    return NumberOf(*HandleThing<PropertySet>(call.in), "In");
   };
   PropertySet data;
   data.Put("In", Value::UInt32(0xC1000033));
@@ -106,7 +106,7 @@ TEST_F(Requests, CarriesTheFailureOfACallWithZeroIdsAndTracesIt) {
   request.Put("MajorCode", Value::UInt32(4));
   const Reply reply = Send(request);
   EXPECT_EQ(reply.Result(), 0xC1000031u);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 8u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 8u);
   EXPECT_TRUE(IsZeroGuid(reply.set.FindValue("ProviderId", ZN_TYPE_OBJECT_ID)->AsGuid()));
   EXPECT_EQ(reply.set.FindValue("Data", ZN_TYPE_PROPSET)->AsSet().Count(), 1u);
   EXPECT_THAT(trace.Messages(), ElementsAre("Failed to execute request Mj=4,Mn=9,Provider=0"));
@@ -131,7 +131,7 @@ TEST_F(Requests, RefusesARequestThatLacksAPropertyOrHasOneOfAnotherType) {
     ASSERT_EQ(request.Delete(name), ZN_OK);
     const Reply reply = Send(request);
     EXPECT_EQ(reply.Result(), ZNE_INVALID_ARGUMENTS);
-    EXPECT_EQ(NumberIn(reply.set, "Message"), 8u);
+    EXPECT_EQ(NumberOf(reply.set, "Message"), 8u);
     EXPECT_TRUE(IsZeroGuid(reply.set.FindValue("ProviderId", ZN_TYPE_OBJECT_ID)->AsGuid()));
     request.Put(name, Value::Bool(1));
     EXPECT_EQ(Send(request).Result(), ZNE_INVALID_ARGUMENTS);
@@ -334,7 +334,7 @@ TEST_F(Requests, AnswersACacheRequestWithTheObjects) {
   LogOn();
   const Reply reply = Send(CacheRequest("KELD_Object"));
   EXPECT_EQ(reply.Result(), ZN_OK);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 6u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 6u);
   EXPECT_EQ(reply.set.Count(), 3u);
   const PropertySet& data = reply.set.FindValue("Data", ZN_TYPE_PROPSET)->AsSet();
   const Value* objects = data.FindValue("Objects", ZN_TYPE_OBJECT | ZN_TYPE_ARRAY);
@@ -352,7 +352,7 @@ TEST_F(Requests, AnswersABadCacheRequestWithAnEmptySet) {
   PropertySet request = CacheRequest("KELD_Unheard");
   const Reply reply = Send(request);
   EXPECT_EQ(reply.Result(), ZNE_INVALID_ARGUMENTS);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 6u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 6u);
   EXPECT_TRUE(reply.set.FindValue("Data", ZN_TYPE_PROPSET)->AsSet().IsEmpty());
 }
 

@@ -21,6 +21,7 @@
 #include "tests/unit/framework/bus_fixture.h"
 #include "tests/unit/framework/event_fixture.h"
 #include "tests/unit/framework/fixture.h"
+#include "tests/unit/framework/sets.h"
 #include "ucl/common/cipher.h"
 #include "ucl/common/credentials.h"
 #include "ucl/common/round.h"
@@ -29,25 +30,6 @@
 namespace zn::test {
 
 inline constexpr u32 kPeer = 0x0100007F;  // 127.0.0.1 as it stands in memory
-
-[[nodiscard]] inline std::string BytesOf(const PropertySet& set) {
-  BinaryWriter stream;
-  set.Marshal(stream);
-  return {reinterpret_cast<const char*>(stream.Buffer().Data()), stream.Buffer().Size()};
-}
-
-[[nodiscard]] inline PropertySet SetOf(std::string_view bytes) {
-  PropertySet set;
-  BinaryReader reader(bytes.data(), bytes.size());
-  EXPECT_EQ(set.Unmarshal(reader), ZN_OK);
-  return set;
-}
-
-[[nodiscard]] inline u32 NumberIn(const PropertySet& set, std::string_view name) {
-  const Value* value = set.FindValue(name, ZN_TYPE_UINT32);
-  EXPECT_NE(value, nullptr) << name;
-  return value == nullptr ? 0xDEADBEEF : value->AsUInt32();
-}
 
 class FakeTransport final : public Transport {
  public:
@@ -115,7 +97,7 @@ struct Reply {
   std::string bytes;
   PropertySet set;
 
-  [[nodiscard]] u32 Result() const { return NumberIn(set, "Result"); }
+  [[nodiscard]] u32 Result() const { return NumberOf(set, "Result"); }
   [[nodiscard]] bool Has(std::string_view name) const { return set.Find(name) != nullptr; }
 };
 

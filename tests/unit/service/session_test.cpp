@@ -75,15 +75,15 @@ TEST_F(Session, AnswersAnOffer) {
   Connect();
   const Reply reply = Send(Offer());
   EXPECT_EQ(reply.Result(), ZN_OK);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 2u);
-  EXPECT_EQ(NumberIn(reply.set, "Version"), 30u);
-  EXPECT_EQ(NumberIn(reply.set, "Encryption"), 2u);
-  EXPECT_EQ(NumberIn(reply.set, "Compression"), 0u);
-  EXPECT_EQ(NumberIn(reply.set, "Authentication"), 1u);
-  EXPECT_EQ(NumberIn(reply.set, "PingToken"), 0x0100007Fu);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 2u);
+  EXPECT_EQ(NumberOf(reply.set, "Version"), 30u);
+  EXPECT_EQ(NumberOf(reply.set, "Encryption"), 2u);
+  EXPECT_EQ(NumberOf(reply.set, "Compression"), 0u);
+  EXPECT_EQ(NumberOf(reply.set, "Authentication"), 1u);
+  EXPECT_EQ(NumberOf(reply.set, "PingToken"), 0x0100007Fu);
   const Value* data = reply.set.FindValue("Data", ZN_TYPE_BINARY);
   ASSERT_NE(data, nullptr);
-  EXPECT_EQ(NumberIn(SetOf(data->AsBinary()), "EncryptionKeyIndex"), 0u);
+  EXPECT_EQ(NumberOf(SetOf(data->AsBinary()), "EncryptionKeyIndex"), 0u);
   EXPECT_FALSE(reply.Has("ShMemIndex"));
   EXPECT_EQ(reply.set.Count(), 8u);
 }
@@ -107,7 +107,7 @@ TEST_F(Session, AnswersTheVersionOfTheServerWhateverIsOffered) {
   Connect();
   PropertySet offer = Offer();
   offer.Put("Version", Value::UInt32(99));
-  EXPECT_EQ(NumberIn(Send(offer).set, "Version"), 30u);
+  EXPECT_EQ(NumberOf(Send(offer).set, "Version"), 30u);
 }
 
 struct EncryptionCase {
@@ -129,7 +129,7 @@ TEST_F(Session, AgreesOnACipher) {
     const ClientPtr client = Connect(++id);
     const Reply reply = Send(Offer(1, row.offered), id);
     EXPECT_EQ(reply.Result(), ZN_OK);
-    EXPECT_EQ(NumberIn(reply.set, "Encryption"), row.agreed);
+    EXPECT_EQ(NumberOf(reply.set, "Encryption"), row.agreed);
     EXPECT_EQ(client->session.encryption, row.agreed);
   }
 }
@@ -150,7 +150,7 @@ TEST_F(Session, RefusesAnOfferOfNoKeys) {
 
 TEST_F(Session, NeverCompresses) {
   Connect();
-  EXPECT_EQ(NumberIn(Send(Offer(1, 2, 1, 1)).set, "Compression"), 0u);
+  EXPECT_EQ(NumberOf(Send(Offer(1, 2, 1, 1)).set, "Compression"), 0u);
 }
 
 struct AuthenticationCase {
@@ -177,7 +177,7 @@ TEST_F(Session, ChoosesTheWayOfTheLogon) {
     const ClientPtr client = Connect(++id);
     const Reply reply = Send(Offer(row.offered), id);
     EXPECT_EQ(reply.Result(), ZN_OK);
-    EXPECT_EQ(NumberIn(reply.set, "Authentication"), row.agreed);
+    EXPECT_EQ(NumberOf(reply.set, "Authentication"), row.agreed);
     EXPECT_EQ(reply.Has("ShMemIndex"), row.agreed == 2);
     EXPECT_EQ(client->session.authentication, row.agreed);
   }
@@ -224,7 +224,7 @@ TEST_F(Session, BoundsTheLengthOfAChallenge) {
     const ClientPtr client = Connect(++id);
     const Reply reply = Send(ChallengeRequest(row.asked), id);
     EXPECT_EQ(reply.Result(), ZN_OK);
-    EXPECT_EQ(NumberIn(reply.set, "Message"), 14u);
+    EXPECT_EQ(NumberOf(reply.set, "Message"), 14u);
     const Value* data = reply.set.FindValue("Data", ZN_TYPE_BINARY);
     ASSERT_NE(data, nullptr);
     EXPECT_EQ(data->AsBinary().size(), row.given);
@@ -242,7 +242,7 @@ TEST_F(Session, GivesOneChallengeForAConnection) {
   MeetAndChallenge();
   const Reply reply = Send(ChallengeRequest());
   EXPECT_EQ(reply.Result(), ZNE_UNEXPECTED);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 14u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 14u);
   EXPECT_FALSE(reply.Has("Data"));
   EXPECT_EQ(TryLogOn(Anna()).Result(), ZN_OK) << "the first one is still good";
 }
@@ -291,7 +291,7 @@ TEST_F(Session, LogsOnWithAPassword) {
   MeetAndChallenge();
   const Reply reply = TryLogOn(Anna());
   EXPECT_EQ(reply.Result(), ZN_OK);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 4u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 4u);
   EXPECT_EQ(reply.set.Count(), 2u);
   EXPECT_EQ(client_->state, 3u);
   EXPECT_THAT(transport_.loggedOn.Items(), ElementsAre(1u));
@@ -301,7 +301,7 @@ TEST_F(Session, RefusesAWrongPasswordAndLetsTheClientTryAgain) {
   MeetAndChallenge();
   const Reply reply = TryLogOn({u"anna", u"guess", u"", u""});
   EXPECT_EQ(reply.Result(), ZNE_ACCESS_DENIED);
-  EXPECT_EQ(NumberIn(reply.set, "Message"), 4u);
+  EXPECT_EQ(NumberOf(reply.set, "Message"), 4u);
   EXPECT_EQ(client_->state, 0u);
   EXPECT_EQ(TryLogOn(Anna()).Result(), ZN_OK) << "on the same connection, with the same challenge";
   EXPECT_EQ(client_->state, 3u);
@@ -425,7 +425,7 @@ TEST_F(Session, TakesAWarningForALogonWhereTheSettingsSaySo) {
 TEST_F(Session, LogsOnWithTheGuidOfTheSharedMemory) {
   MakeSharedMemory();
   client_ = Connect();
-  const u32 slot = NumberIn(Send(Offer(2)).set, "ShMemIndex");
+  const u32 slot = NumberOf(Send(Offer(2)).set, "ShMemIndex");
   EXPECT_EQ(slot, 31u);
   const Reply challenge = Send(ChallengeRequest());
   challenge_ = challenge.set.FindValue("Data", ZN_TYPE_BINARY)->AsBinary();
