@@ -7,10 +7,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "ucl/common/cipher.h"
-#include "ucl/common/credentials.h"
-#include "zn/memory.h"
-
 namespace zn::test {
 
 namespace {
@@ -125,9 +121,7 @@ RawFrame RawClient::Ask(const PropertySet& message) {
 void RawClient::Meet(u32 offer) {
   offered_ = Ask(OfferOf(offer)).Set();
   EXPECT_EQ(NumberOf(offered_, "Result"), ZN_OK);
-  PropertySet request = MessageOf(13);
-  request.Put("Length", Value::UInt32(512));
-  const PropertySet answer = Ask(request).Set();
+  const PropertySet answer = Ask(ChallengeRequestOf()).Set();
   const Value* data = answer.FindValue("Data", ZN_TYPE_BINARY);
   ASSERT_NE(data, nullptr);
   challenge_ = data->AsBinary();
@@ -135,17 +129,7 @@ void RawClient::Meet(u32 offer) {
 
 PropertySet RawClient::LogonMessage(const std::u16string& user, const std::u16string& password,
                                     const std::u16string& domain, u32 type) const {
-  std::vector<u8> block;
-  EXPECT_EQ(BuildCredentialBlock(challenge_, {user, password, domain, u""}, &block), ZN_OK);
-  void* cipher = nullptr;
-  u32 length = 0;
-  EXPECT_EQ(EncipherBlock(block.data(), static_cast<u32>(block.size()), 2, 0, &cipher, &length),
-            ZN_OK);
-  PropertySet message = MessageOf(3);
-  message.Put("Data", Value::Binary(cipher, length));
-  message.Put("AuthenticationType", Value::UInt32(type));
-  ZnFree(cipher);
-  return message;
+  return LogonOf(challenge_, {user, password, domain, u""}, type);
 }
 
 u32 RawClient::LogOn(const std::u16string& user, const std::u16string& password,
@@ -159,46 +143,6 @@ PropertySet RawClient::Objects(const char* type) {
   EXPECT_EQ(NumberOf(answer, "Result"), ZN_OK);
   const Value* data = answer.FindValue("Data", ZN_TYPE_PROPSET);
   return data == nullptr ? PropertySet() : data->AsSet();
-}
-
-PropertySet MessageOf(u32 number) {
-  PropertySet set;
-  set.Put("Message", Value::UInt32(number));
-  return set;
-}
-
-PropertySet OfferOf(u32 authentication) {
-  PropertySet data;
-  data.Put("EncryptionKeyIndex", Value::UInt32(1));
-  PropertySet set = MessageOf(1);
-  set.Put("Version", Value::UInt32(30));
-  set.Put("Encryption", Value::UInt32(2));
-  set.Put("Compression", Value::UInt32(0));
-  set.Put("Authentication", Value::UInt32(authentication));
-  set.Put("Data", wire::AsBinary(data));
-  return set;
-}
-
-PropertySet CacheRequestOf(const char* type) {
-  PropertySet data;
-  data.Put("Type", Value::Text(std::string_view(type)));
-  PropertySet set = MessageOf(5);
-  set.Put("Criteria", Value::UInt32(2));
-  set.Put("Data", Value::Set(std::move(data)));
-  return set;
-}
-
-PropertySet CallOf(const ObjectId& object, const GUID& interfaceId, u32 majorCode, u32 minorCode,
-                   PropertySet data) {
-  PropertySet set = MessageOf(7);
-  set.Put("ObjectId", Value::Id(object));
-  set.Put("InterfaceId", Value::Guid(interfaceId));
-  set.Put("MajorCode", Value::UInt32(majorCode));
-  set.Put("MinorCode", Value::UInt32(minorCode));
-  set.Put("Data", Value::Set(std::move(data)));
-  set.Put("Flags", Value::UInt32(0));
-  set.Put("Reserved", Value::UInt32(0));
-  return set;
 }
 
 }  // namespace zn::test

@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 
 #include "framework/common/znpropset/propertyset.h"
-#include "framework/common/znwire/nestedset.h"
 #include "tests/unit/framework/sets.h"
+#include "tests/unit/service/messages.h"
 #include "zn/types.h"
 
 namespace zn::test {
@@ -72,11 +72,5 @@ class RawClient {
   std::string challenge_;
   PropertySet offered_;
 };
-
-[[nodiscard]] PropertySet MessageOf(u32 number);
-[[nodiscard]] PropertySet OfferOf(u32 authentication);
-[[nodiscard]] PropertySet CacheRequestOf(const char* type);
-[[nodiscard]] PropertySet CallOf(const ObjectId& object, const GUID& interfaceId, u32 majorCode,
-                                 u32 minorCode, PropertySet data = {});
 
 }  // namespace zn::test

@@ -201,15 +201,12 @@ TEST_F(SessionProcess, SendsItsLog) {
   service.MustStart();
   RawClient client(service.Port());
   ASSERT_EQ(client.LogOn(u"root", u"toor"), ZN_OK);
-  PropertySet request = MessageOf(9);
-  request.Put("ImageFile",
-              Value::WideText(std::u16string_view(ToWide(service.Folder() / "Logs/znmira.log"))));
-  const PropertySet answer = client.Ask(request).Set();
+  const PropertySet answer = client.Ask(FileRequestOf(service.Folder() / "Logs/znmira.log")).Set();
   EXPECT_EQ(NumberOf(answer, "Result"), ZN_OK);
   EXPECT_THAT(std::string(answer.FindValue("Data", ZN_TYPE_BINARY)->AsBinary()),
               HasSubstr("ZnSvc:Client connected. Address = 127.0.0.1"));
-  request.Put("ImageFile", Value::WideText(u"/etc/passwd"));
-  EXPECT_EQ(NumberOf(client.Ask(request).Set(), "Result"), ZNE_CLIENT_NOT_AUTHORIZED);
+  EXPECT_EQ(NumberOf(client.Ask(FileRequestOf("/etc/passwd")).Set(), "Result"),
+            ZNE_CLIENT_NOT_AUTHORIZED);
 }
 
 class Datagrams {

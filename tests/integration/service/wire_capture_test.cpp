@@ -396,12 +396,6 @@ PropertySet CacheRequestById() {
   return set;
 }
 
-PropertySet FileRequest() {
-  PropertySet set = MessageOf(9);
-  set.Put("ImageFile", Value::WideText(std::u16string_view(ToWide(kFile))));
-  return set;
-}
-
 const char* TitleOf(u32 message) {
   static const std::map<u32, const char*> kTitles = {
       {0, "the answer to a message that is refused, or unknown"},
@@ -436,7 +430,7 @@ TEST_F(WireCapture, IsWrittenWhenItIsAskedFor) {
     RaiseAnEvent();
     RawFrame event;
     ASSERT_TRUE(client.Receive(&event));
-    static_cast<void>(client.Ask(FileRequest()));
+    static_cast<void>(client.Ask(FileRequestOf(kFile)));
   }
   std::ofstream out(target);
   for (const Captured& frame : TakeSeen()) {

@@ -80,7 +80,7 @@ TEST_F(Dispatch, AnswersBadBytesOfAClientThatIsLoggedOn) {
 
 TEST_F(Dispatch, EveryTruncationOfALogonCostsAStrangerItsConnection) {
   Connect();
-  const std::string whole = BytesOf(Logon(Challenge(), Anna()));
+  const std::string whole = BytesOf(LogonOf(Challenge(), Anna()));
   for (size_t length = 1; length < whole.size(); ++length) {
     const Reply reply = SendBytes(std::string_view(whole).substr(0, length));
     ASSERT_EQ(reply.Result(), ZNE_INVALID_ARGUMENTS) << length;
@@ -107,7 +107,7 @@ TEST_F(Dispatch, AStrangerMakesNoNames) {
   Connect();
   PropertyName name;
   // Set up as bytes: a set would make the name itself.
-  std::string bytes = BytesOf(Message(4711));
+  std::string bytes = BytesOf(MessageOf(4711));
   bytes.replace(bytes.find("Message"), 7, "Mxyzzyq");
   EXPECT_EQ(SendBytes(bytes).Result(), ZNE_INVALID_ARGUMENTS);
   EXPECT_FALSE(PropertyName::Find("Mxyzzyq", &name));
@@ -127,33 +127,33 @@ TEST_F(Dispatch, MakesNoAnswerBeforeTheDatabaseStands) {
   server_->isReady = false;
   Connect();
   for (const u32 message : {3u, 5u, 7u, 9u, 2u, 4711u}) {
-    const Reply reply = Send(Message(message));
+    const Reply reply = Send(MessageOf(message));
     EXPECT_EQ(reply.status, ZNE_SERVER_NOT_READY) << message;
     EXPECT_FALSE(reply.hasAnswer) << message;
   }
-  EXPECT_EQ(Send(Offer()).Result(), ZN_OK);
+  EXPECT_EQ(Send(OfferOf()).Result(), ZN_OK);
 }
 
 TEST_F(Dispatch, ServesAStrangerTheWayToALogonAndNothingElse) {
   Connect();
   for (const u32 message : {5u, 7u, 9u, 2u, 4u, 6u, 11u, 12u, 4711u}) {
-    const Reply reply = Send(Message(message));
+    const Reply reply = Send(MessageOf(message));
     EXPECT_EQ(reply.Result(), ZNE_CLIENT_NOT_AUTHORIZED) << message;
     EXPECT_EQ(reply.set.Count(), 1u) << message;
   }
 }
 
 TEST_F(Dispatch, TakesAnUnknownConnectionForAStranger) {
-  EXPECT_EQ(Send(Message(5), 99).Result(), ZNE_CLIENT_NOT_AUTHORIZED);
-  EXPECT_EQ(Send(Offer(), 99).Result(), ZN_OK);
-  EXPECT_EQ(Send(ChallengeRequest(), 99).Result(), ZNE_UNEXPECTED);
-  EXPECT_EQ(Send(Message(3), 99).Result(), ZNE_UNEXPECTED);
+  EXPECT_EQ(Send(MessageOf(5), 99).Result(), ZNE_CLIENT_NOT_AUTHORIZED);
+  EXPECT_EQ(Send(OfferOf(), 99).Result(), ZN_OK);
+  EXPECT_EQ(Send(ChallengeRequestOf(), 99).Result(), ZNE_UNEXPECTED);
+  EXPECT_EQ(Send(MessageOf(3), 99).Result(), ZNE_UNEXPECTED);
 }
 
 TEST_F(Dispatch, AnswersAnUnknownMessageOfALoggedOnClientWithAGoodResultAndNoNumber) {
   LogOn();
   for (const u32 message : {0u, 2u, 4u, 6u, 8u, 10u, 11u, 12u, 14u, 4711u, 0xFFFFFFFFu}) {
-    const Reply reply = Send(Message(message));
+    const Reply reply = Send(MessageOf(message));
     EXPECT_EQ(reply.Result(), ZN_OK) << message;
     EXPECT_EQ(reply.set.Count(), 1u) << message;
   }
@@ -161,17 +161,15 @@ TEST_F(Dispatch, AnswersAnUnknownMessageOfALoggedOnClientWithAGoodResultAndNoNum
 
 TEST_F(Dispatch, IgnoresWhatStandsBehindACompleteSet) {
   LogOn();
-  EXPECT_EQ(SendBytes(BytesOf(Message(4711)) + "trailing").Result(), ZN_OK);
+  EXPECT_EQ(SendBytes(BytesOf(MessageOf(4711)) + "trailing").Result(), ZN_OK);
 }
 
 TEST_F(Dispatch, TracesCacheRequestsAndDownloadsWhenItsTraceIsOn) {
   LogOn(3);
   server_->traces.Use(allTraces);
   const TraceCapture trace(6);
-  Send(CacheRequest(), 3);
-  PropertySet file = Message(9);
-  file.Put("ImageFile", Value::WideText(u"nothing"));
-  Send(file, 3);
+  Send(CacheRequestOf(), 3);
+  Send(FileRequestOf("nothing"), 3);
   EXPECT_TRUE(trace.Has("CacheRequest by client 16777343l 3l"));
   EXPECT_TRUE(trace.Has("DownloadFile by client 16777343l 3l"));
 }

@@ -55,11 +55,7 @@ class Files : public ServiceTest {
     LogOn();
     provider_ = MakeProvider();
   }
-  Reply Ask(const std::string& path) {
-    PropertySet request = Message(9);
-    request.Put("ImageFile", Value::WideText(std::u16string_view(ToWide(path))));
-    return Send(request);
-  }
+  Reply Ask(const std::string& path) { return Send(FileRequestOf(path)); }
   void Publish(const std::string& path) {
     const BusLock lock;
     DBNode* node = nullptr;
@@ -114,7 +110,7 @@ TEST_F(Files, SendsAnEmptyFile) {
 TEST_F(Files, TakesANarrowPathToo) {
   WriteFile(folder_ / "a", "text");
   Publish(folder_ / "a");
-  PropertySet request = Message(9);
+  PropertySet request = MessageOf(9);
   request.Put("ImageFile", Value::Text(std::string_view(folder_ / "a")));
   EXPECT_EQ(Send(request).Result(), ZN_OK);
 }
@@ -163,8 +159,8 @@ TEST_F(Files, TellsThatAFileCannotBeOpenedAndNotThatItWasSent) {
 }
 
 TEST_F(Files, RefusesARequestWithoutAPath) {
-  EXPECT_EQ(Send(Message(9)).Result(), ZNE_INVALID_ARGUMENTS);
-  PropertySet request = Message(9);
+  EXPECT_EQ(Send(MessageOf(9)).Result(), ZNE_INVALID_ARGUMENTS);
+  PropertySet request = MessageOf(9);
   request.Put("ImageFile", Value::UInt32(1));
   EXPECT_EQ(Send(request).Result(), ZNE_INVALID_ARGUMENTS);
 }

@@ -186,7 +186,7 @@ TEST_F(Notify, ForgetsAClientThatHasGone) {
 TEST_F(Notify, AClientThatLogsOnAgainHearsNothingUntilItsNextCacheRequest) {
   const ClientPtr client = Listen();
   const std::string challenge(client->challenge.begin(), client->challenge.end());
-  EXPECT_EQ(Send(Logon(challenge, Anna())).Result(), ZN_OK);
+  EXPECT_EQ(Send(LogonOf(challenge, Anna())).Result(), ZN_OK);
   server_->sender.ChangeNotify(Change());
   server_->sender.RunRound();
   EXPECT_THAT(SentTo(1), IsEmpty());

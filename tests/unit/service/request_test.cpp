@@ -332,7 +332,7 @@ TEST_F(Requests, ManyClientsAtOnceEachSeeTheirChangesBeforeTheirAnswers) {
 
 TEST_F(Requests, AnswersACacheRequestWithTheObjects) {
   LogOn();
-  const Reply reply = Send(CacheRequest("KELD_Object"));
+  const Reply reply = Send(CacheRequestOf("KELD_Object"));
   EXPECT_EQ(reply.Result(), ZN_OK);
   EXPECT_EQ(NumberOf(reply.set, "Message"), 6u);
   EXPECT_EQ(reply.set.Count(), 3u);
@@ -349,7 +349,7 @@ TEST_F(Requests, AnswersACacheRequestWithTheObjects) {
 
 TEST_F(Requests, AnswersABadCacheRequestWithAnEmptySet) {
   LogOn();
-  PropertySet request = CacheRequest("KELD_Unheard");
+  PropertySet request = CacheRequestOf("KELD_Unheard");
   const Reply reply = Send(request);
   EXPECT_EQ(reply.Result(), ZNE_INVALID_ARGUMENTS);
   EXPECT_EQ(NumberOf(reply.set, "Message"), 6u);

@@ -15,14 +15,13 @@
 
 #include "framework/common/znevent/eventqueue.h"
 #include "framework/common/znwire/messages.h"
-#include "framework/common/znwire/nestedset.h"
 #include "service/common/server.h"
 #include "support/common/text.h"
 #include "tests/unit/framework/bus_fixture.h"
 #include "tests/unit/framework/event_fixture.h"
 #include "tests/unit/framework/fixture.h"
 #include "tests/unit/framework/sets.h"
-#include "ucl/common/cipher.h"
+#include "tests/unit/service/messages.h"
 #include "ucl/common/credentials.h"
 #include "ucl/common/round.h"
 #include "zn/memory.h"
@@ -169,68 +168,16 @@ class ServiceTest : public BusTest {
 
   // --- Messages --------------------------------------------------------------------------------
 
-  [[nodiscard]] static PropertySet Message(u32 number) {
-    PropertySet set;
-    set.Put("Message", Value::UInt32(number));
-    return set;
-  }
-  [[nodiscard]] static PropertySet Offer(u32 authentication = 1, u32 encryption = 2,
-                                         u32 keyCount = 1, u32 compression = 0) {
-    PropertySet data;
-    data.Put("EncryptionKeyIndex", Value::UInt32(keyCount));
-    PropertySet set = Message(1);
-    set.Put("Version", Value::UInt32(30));
-    set.Put("Encryption", Value::UInt32(encryption));
-    set.Put("Compression", Value::UInt32(compression));
-    set.Put("Authentication", Value::UInt32(authentication));
-    set.Put("Data", wire::AsBinary(data));
-    return set;
-  }
-  [[nodiscard]] static PropertySet ChallengeRequest(u32 length = 512) {
-    PropertySet set = Message(13);
-    set.Put("Length", Value::UInt32(length));
-    return set;
-  }
-  [[nodiscard]] static PropertySet Logon(std::string_view challenge, const Credentials& credentials,
-                                         u32 type = 1) {
-    std::vector<u8> block;
-    EXPECT_EQ(BuildCredentialBlock(challenge, credentials, &block), ZN_OK);
-    void* cipher = nullptr;
-    u32 length = 0;
-    EXPECT_EQ(EncipherBlock(block.data(), static_cast<u32>(block.size()), 2, 0, &cipher, &length),
-              ZN_OK);
-    PropertySet set = Message(3);
-    set.Put("Data", Value::Binary(cipher, length));
-    set.Put("AuthenticationType", Value::UInt32(type));
-    ZnFree(cipher);
-    return set;
-  }
   [[nodiscard]] static Credentials Anna() { return {u"anna", u"secret", u"", u""}; }
-  [[nodiscard]] static PropertySet CacheRequest(const char* type = "KELD_Object") {
-    PropertySet data;
-    data.Put("Type", Value::Text(std::string_view(type)));
-    PropertySet set = Message(5);
-    set.Put("Criteria", Value::UInt32(2));
-    set.Put("Data", Value::Set(std::move(data)));
-    return set;
-  }
   [[nodiscard]] static PropertySet Request(const ObjectId& object, u32 minor = 0,
                                            PropertySet data = {}, u32 flags = 0) {
-    PropertySet set = Message(7);
-    set.Put("ObjectId", Value::Id(object));
-    set.Put("InterfaceId", Value::Guid(kTestInterface));
-    set.Put("MajorCode", Value::UInt32(0));
-    set.Put("MinorCode", Value::UInt32(minor));
-    set.Put("Data", Value::Set(std::move(data)));
-    set.Put("Flags", Value::UInt32(flags));
-    set.Put("Reserved", Value::UInt32(0));
-    return set;
+    return CallOf(object, kTestInterface, 0, minor, std::move(data), flags);
   }
 
   // The challenge that the client was given; the offer comes first.
   std::string Challenge(u32 connectionId = 1) {
-    EXPECT_EQ(Send(Offer(), connectionId).Result(), ZN_OK);
-    const Reply reply = Send(ChallengeRequest(), connectionId);
+    EXPECT_EQ(Send(OfferOf(), connectionId).Result(), ZN_OK);
+    const Reply reply = Send(ChallengeRequestOf(), connectionId);
     EXPECT_EQ(reply.Result(), ZN_OK);
     const Value* data = reply.set.FindValue("Data", ZN_TYPE_BINARY);
     return data == nullptr ? std::string() : std::string(data->AsBinary());
@@ -239,13 +186,13 @@ class ServiceTest : public BusTest {
   ClientPtr LogOn(u32 connectionId = 1) {
     ClientPtr client = Connect(connectionId);
     const std::string challenge = Challenge(connectionId);
-    EXPECT_EQ(Send(Logon(challenge, Anna()), connectionId).Result(), ZN_OK);
+    EXPECT_EQ(Send(LogonOf(challenge, Anna()), connectionId).Result(), ZN_OK);
     return client;
   }
   // The same, with the first cache request: state 1.
   ClientPtr Listen(u32 connectionId = 1) {
     ClientPtr client = LogOn(connectionId);
-    EXPECT_EQ(Send(CacheRequest(), connectionId).Result(), ZN_OK);
+    EXPECT_EQ(Send(CacheRequestOf(), connectionId).Result(), ZN_OK);
     return client;
   }
 

@@ -36,7 +36,7 @@ class Session : public ServiceTest {
   }
   // An offer, a challenge, and a logon of these credentials.
   Reply TryLogOn(const Credentials& credentials, u32 type = 1) {
-    return Send(Logon(challenge_, credentials, type));
+    return Send(LogonOf(challenge_, credentials, type));
   }
   void MeetAndChallenge() {
     client_ = Connect();
@@ -73,7 +73,7 @@ TEST_F(Session, StartsWithTheOptionsOfAClientThatOfferedNothing) {
 TEST_F(Session, AnswersAnOffer) {
   server_->pingToken = 0x0100007F;
   Connect();
-  const Reply reply = Send(Offer());
+  const Reply reply = Send(OfferOf());
   EXPECT_EQ(reply.Result(), ZN_OK);
   EXPECT_EQ(NumberOf(reply.set, "Message"), 2u);
   EXPECT_EQ(NumberOf(reply.set, "Version"), 30u);
@@ -92,7 +92,7 @@ TEST_F(Session, TakesAnOfferWhoseDataIsASetToo) {
   Connect();
   PropertySet data;
   data.Put("EncryptionKeyIndex", Value::UInt32(1));
-  PropertySet offer = Offer();
+  PropertySet offer = OfferOf();
   offer.Put("Data", Value::Set(std::move(data)));
   EXPECT_EQ(Send(offer).Result(), ZN_OK);
 }
@@ -100,12 +100,12 @@ TEST_F(Session, TakesAnOfferWhoseDataIsASetToo) {
 TEST_F(Session, OffersNoPingTokenWhenKeepAliveIsDisabled) {
   server_->isKeepAliveDisabled = true;
   Connect();
-  EXPECT_FALSE(Send(Offer()).Has("PingToken"));
+  EXPECT_FALSE(Send(OfferOf()).Has("PingToken"));
 }
 
 TEST_F(Session, AnswersTheVersionOfTheServerWhateverIsOffered) {
   Connect();
-  PropertySet offer = Offer();
+  PropertySet offer = OfferOf();
   offer.Put("Version", Value::UInt32(99));
   EXPECT_EQ(NumberOf(Send(offer).set, "Version"), 30u);
 }
@@ -127,7 +127,7 @@ TEST_F(Session, AgreesOnACipher) {
   for (const EncryptionCase& row : kEncryptionCases) {
     SCOPED_TRACE(row.why);
     const ClientPtr client = Connect(++id);
-    const Reply reply = Send(Offer(1, row.offered), id);
+    const Reply reply = Send(OfferOf(1, row.offered), id);
     EXPECT_EQ(reply.Result(), ZN_OK);
     EXPECT_EQ(NumberOf(reply.set, "Encryption"), row.agreed);
     EXPECT_EQ(client->session.encryption, row.agreed);
@@ -136,21 +136,21 @@ TEST_F(Session, AgreesOnACipher) {
 
 TEST_F(Session, RefusesTheLogonOfASessionWithoutACipher) {
   Connect();
-  Send(Offer(1, 1));
-  const Reply challenge = Send(ChallengeRequest());
+  Send(OfferOf(1, 1));
+  const Reply challenge = Send(ChallengeRequestOf());
   const std::string bytes(challenge.set.FindValue("Data", ZN_TYPE_BINARY)->AsBinary());
-  EXPECT_EQ(Send(Logon(bytes, Anna())).Result(), ZNE_UNEXPECTED);
+  EXPECT_EQ(Send(LogonOf(bytes, Anna())).Result(), ZNE_UNEXPECTED);
 }
 
 TEST_F(Session, RefusesAnOfferOfNoKeys) {
   Connect();
-  EXPECT_EQ(Send(Offer(1, 2, 0)).Result(), ZNE_CLIENT_NO_EXCHANGE_CAPS);
-  EXPECT_EQ(Send(Offer(1, 2, 77)).Result(), ZN_OK);
+  EXPECT_EQ(Send(OfferOf(1, 2, 0)).Result(), ZNE_CLIENT_NO_EXCHANGE_CAPS);
+  EXPECT_EQ(Send(OfferOf(1, 2, 77)).Result(), ZN_OK);
 }
 
 TEST_F(Session, NeverCompresses) {
   Connect();
-  EXPECT_EQ(NumberOf(Send(Offer(1, 2, 1, 1)).set, "Compression"), 0u);
+  EXPECT_EQ(NumberOf(Send(OfferOf(1, 2, 1, 1)).set, "Compression"), 0u);
 }
 
 struct AuthenticationCase {
@@ -175,7 +175,7 @@ TEST_F(Session, ChoosesTheWayOfTheLogon) {
     server_->slots.Release();
     if (row.hasMemory) MakeSharedMemory();
     const ClientPtr client = Connect(++id);
-    const Reply reply = Send(Offer(row.offered), id);
+    const Reply reply = Send(OfferOf(row.offered), id);
     EXPECT_EQ(reply.Result(), ZN_OK);
     EXPECT_EQ(NumberOf(reply.set, "Authentication"), row.agreed);
     EXPECT_EQ(reply.Has("ShMemIndex"), row.agreed == 2);
@@ -188,14 +188,14 @@ TEST_F(Session, NoOfferWaitsForASlotLongerThanItsClientMay) {
   for (int i = 0; i < 32; ++i) ASSERT_EQ(server_->slots.PrepForLogon(2, nullptr, nullptr), ZN_OK);
   server_->options.logonTimeoutSeconds = 1;
   Connect();
-  EXPECT_EQ(Send(Offer(2)).Result(), ZNE_TIMED_OUT);
+  EXPECT_EQ(Send(OfferOf(2)).Result(), ZNE_TIMED_OUT);
 }
 
 TEST_F(Session, TellsWhichOptionIsMissing) {
   Connect();
   for (const char* name : {"Version", "Encryption", "Compression", "Authentication", "Data"}) {
     SCOPED_TRACE(name);
-    PropertySet offer = Offer();
+    PropertySet offer = OfferOf();
     ASSERT_EQ(offer.Delete(name), ZN_OK);
     const Reply reply = Send(offer);
     EXPECT_EQ(reply.Result(), ZNE_PROPERTY_NOT_FOUND);
@@ -203,7 +203,7 @@ TEST_F(Session, TellsWhichOptionIsMissing) {
     offer.Put(name, Value::Text(std::string_view("of another type")));
     EXPECT_EQ(Send(offer).Result(), ZNE_INVALID_ARGUMENTS);
   }
-  PropertySet offer = Offer();
+  PropertySet offer = OfferOf();
   offer.Put("Data", Value::Set(PropertySet()));
   EXPECT_EQ(Send(offer).Result(), ZNE_PROPERTY_NOT_FOUND);
 }
@@ -222,7 +222,7 @@ TEST_F(Session, BoundsTheLengthOfAChallenge) {
   for (const LengthCase& row : kLengthCases) {
     SCOPED_TRACE(row.asked);
     const ClientPtr client = Connect(++id);
-    const Reply reply = Send(ChallengeRequest(row.asked), id);
+    const Reply reply = Send(ChallengeRequestOf(row.asked), id);
     EXPECT_EQ(reply.Result(), ZN_OK);
     EXPECT_EQ(NumberOf(reply.set, "Message"), 14u);
     const Value* data = reply.set.FindValue("Data", ZN_TYPE_BINARY);
@@ -240,7 +240,7 @@ TEST_F(Session, GivesEachConnectionAnotherChallenge) {
 
 TEST_F(Session, GivesOneChallengeForAConnection) {
   MeetAndChallenge();
-  const Reply reply = Send(ChallengeRequest());
+  const Reply reply = Send(ChallengeRequestOf());
   EXPECT_EQ(reply.Result(), ZNE_UNEXPECTED);
   EXPECT_EQ(NumberOf(reply.set, "Message"), 14u);
   EXPECT_FALSE(reply.Has("Data"));
@@ -249,14 +249,14 @@ TEST_F(Session, GivesOneChallengeForAConnection) {
 
 TEST_F(Session, TellsThatTheLengthIsMissing) {
   const ClientPtr client = Connect();
-  EXPECT_EQ(Send(Message(13)).Result(), ZNE_PROPERTY_NOT_FOUND);
+  EXPECT_EQ(Send(MessageOf(13)).Result(), ZNE_PROPERTY_NOT_FOUND);
   EXPECT_TRUE(client->challenge.empty());
 }
 
 TEST_F(Session, AnswersTheFirstMessageOnlyWhenAllProvidersHaveLoaded) {
   ServerObject other(transport_, host_);
   EXPECT_EQ(ClientConnected(other, "127.0.0.1", "127.0.0.1", kPeer, 1), ZN_OK);
-  const std::string bytes = BytesOf(ChallengeRequest());
+  const std::string bytes = BytesOf(ChallengeRequestOf());
   u32 length = 0;
   void* out = nullptr;
   std::future<u32> answer = std::async(std::launch::async, [&] {
@@ -272,7 +272,7 @@ TEST_F(Session, AnswersTheFirstMessageOnlyWhenAllProvidersHaveLoaded) {
 TEST_F(Session, LetsTheFirstMessageGoWhenTheStopComesBeforeTheEndOfTheStart) {
   ServerObject other(transport_, host_);
   EXPECT_EQ(ClientConnected(other, "127.0.0.1", "127.0.0.1", kPeer, 1), ZN_OK);
-  const std::string bytes = BytesOf(ChallengeRequest());
+  const std::string bytes = BytesOf(ChallengeRequestOf());
   std::future<u32> answer = std::async(std::launch::async, [&] {
     u32 length = 0;
     void* out = nullptr;
@@ -309,13 +309,13 @@ TEST_F(Session, RefusesAWrongPasswordAndLetsTheClientTryAgain) {
 
 TEST_F(Session, RefusesALogonWithoutAChallenge) {
   Connect();
-  Send(Offer());
-  EXPECT_EQ(Send(Logon(std::string(512, 'x'), Anna())).Result(), ZNE_UNEXPECTED);
+  Send(OfferOf());
+  EXPECT_EQ(Send(LogonOf(std::string(512, 'x'), Anna())).Result(), ZNE_UNEXPECTED);
 }
 
 TEST_F(Session, RefusesALogonReplayedOnAnotherConnection) {
   MeetAndChallenge();
-  const PropertySet logon = Logon(challenge_, Anna());
+  const PropertySet logon = LogonOf(challenge_, Anna());
   EXPECT_EQ(Send(logon).Result(), ZN_OK);
   const ClientPtr other = Connect(2);
   static_cast<void>(Challenge(2));
@@ -325,7 +325,7 @@ TEST_F(Session, RefusesALogonReplayedOnAnotherConnection) {
 
 TEST_F(Session, RefusesEveryDamageOfTheCredentialBlock) {
   MeetAndChallenge();
-  const PropertySet good = Logon(challenge_, Anna());
+  const PropertySet good = LogonOf(challenge_, Anna());
   const std::string block(good.FindValue("Data", ZN_TYPE_BINARY)->AsBinary());
   for (size_t i = 0; i < block.size(); i += 7) {
     std::string damaged = block;
@@ -344,10 +344,10 @@ TEST_F(Session, RefusesEveryDamageOfTheCredentialBlock) {
 
 TEST_F(Session, RefusesALogonWithoutABlockOrWithATypeOfAnotherKind) {
   MeetAndChallenge();
-  PropertySet logon = Logon(challenge_, Anna());
+  PropertySet logon = LogonOf(challenge_, Anna());
   ASSERT_EQ(logon.Delete("Data"), ZN_OK);
   EXPECT_EQ(Send(logon).Result(), ZNE_INVALID_ARGUMENTS);
-  logon = Logon(challenge_, Anna());
+  logon = LogonOf(challenge_, Anna());
   logon.Put("AuthenticationType", Value::Text(std::string_view("1")));
   EXPECT_EQ(Send(logon).Result(), ZNE_INVALID_ARGUMENTS);
   EXPECT_EQ(client_->state, 0u);
@@ -355,7 +355,7 @@ TEST_F(Session, RefusesALogonWithoutABlockOrWithATypeOfAnotherKind) {
 
 TEST_F(Session, TakesThePasswordForALogonThatDoesNotSay) {
   MeetAndChallenge();
-  PropertySet logon = Logon(challenge_, Anna());
+  PropertySet logon = LogonOf(challenge_, Anna());
   ASSERT_EQ(logon.Delete("AuthenticationType"), ZN_OK);
   EXPECT_EQ(Send(logon).Result(), ZN_OK);
 }
@@ -363,7 +363,7 @@ TEST_F(Session, TakesThePasswordForALogonThatDoesNotSay) {
 TEST_F(Session, AcceptsAnyPasswordInTheModeForIt) {
   server_->logonBypass = true;
   MeetAndChallenge();
-  EXPECT_EQ(Send(Logon(std::string(512, 'x'), Anna())).Result(), ZNE_UNEXPECTED)
+  EXPECT_EQ(Send(LogonOf(std::string(512, 'x'), Anna())).Result(), ZNE_UNEXPECTED)
       << "the challenge is checked all the same";
   EXPECT_EQ(TryLogOn({u"nobody", u"", u"elsewhere", u""}).Result(), ZN_OK);
   EXPECT_EQ(client_->state, 3u);
@@ -396,7 +396,7 @@ TEST_F(Session, ASlowLogonHoldsUpNobodyElse) {
     EXPECT_TRUE(goOn.Wait());
   };
   MeetAndChallenge();
-  const PropertySet logon = Logon(challenge_, {u"slow", u"", u"", u""});
+  const PropertySet logon = LogonOf(challenge_, {u"slow", u"", u"", u""});
   std::future<u32> slow = std::async(std::launch::async, [&] { return Send(logon).Result(); });
   ASSERT_TRUE(entered.Wait());
   LogOn(2);
@@ -425,9 +425,9 @@ TEST_F(Session, TakesAWarningForALogonWhereTheSettingsSaySo) {
 TEST_F(Session, LogsOnWithTheGuidOfTheSharedMemory) {
   MakeSharedMemory();
   client_ = Connect();
-  const u32 slot = NumberOf(Send(Offer(2)).set, "ShMemIndex");
+  const u32 slot = NumberOf(Send(OfferOf(2)).set, "ShMemIndex");
   EXPECT_EQ(slot, 31u);
-  const Reply challenge = Send(ChallengeRequest());
+  const Reply challenge = Send(ChallengeRequestOf());
   challenge_ = challenge.set.FindValue("Data", ZN_TYPE_BINARY)->AsBinary();
   const Credentials local{GuidTextInSlot(slot), u"", u"", u""};
   EXPECT_EQ(TryLogOn({u"{00000000-0000-0000-0000-000000000000}", u"", u"", u""}, 2).Result(),
@@ -436,7 +436,7 @@ TEST_F(Session, LogsOnWithTheGuidOfTheSharedMemory) {
   EXPECT_EQ(client_->state, 0u);
   EXPECT_EQ(TryLogOn(local, 2).Result(), ZN_OK);
   EXPECT_EQ(client_->state, 3u);
-  PropertySet unsaid = Logon(challenge_, local);
+  PropertySet unsaid = LogonOf(challenge_, local);
   ASSERT_EQ(unsaid.Delete("AuthenticationType"), ZN_OK);
   EXPECT_EQ(Send(unsaid).Result(), ZN_OK) << "the way that was agreed on is taken";
 }
@@ -455,10 +455,10 @@ TEST_F(Session, HearsNothingBeforeItsFirstCacheRequest) {
   const ClientPtr client = LogOn();
   EXPECT_EQ(client->state, 3u);
   EXPECT_EQ(server_->connectedClients.Count(), 0u);
-  EXPECT_EQ(Send(CacheRequest()).Result(), ZN_OK);
+  EXPECT_EQ(Send(CacheRequestOf()).Result(), ZN_OK);
   EXPECT_EQ(client->state, 1u);
   EXPECT_EQ(server_->connectedClients.Count(), 1u);
-  EXPECT_EQ(Send(CacheRequest()).Result(), ZN_OK);
+  EXPECT_EQ(Send(CacheRequestOf()).Result(), ZN_OK);
   EXPECT_EQ(server_->connectedClients.Count(), 1u);
   Disconnect();
   EXPECT_EQ(server_->connectedClients.Count(), 0u);
@@ -466,7 +466,7 @@ TEST_F(Session, HearsNothingBeforeItsFirstCacheRequest) {
 
 TEST_F(Session, ABadCacheRequestCountsTheClientAllTheSame) {
   const ClientPtr client = LogOn();
-  EXPECT_EQ(Send(Message(5)).Result(), ZNE_INVALID_ARGUMENTS);
+  EXPECT_EQ(Send(MessageOf(5)).Result(), ZNE_INVALID_ARGUMENTS);
   EXPECT_EQ(client->state, 1u);
   EXPECT_EQ(server_->connectedClients.Count(), 1u);
 }
@@ -481,10 +481,10 @@ TEST_F(Session, LeavesTheCountAloneWhenItGoesBeforeItsFirstCacheRequest) {
 TEST_F(Session, ASecondLogonCountsTheClientTwice) {
   const ClientPtr client = Listen();
   const std::string challenge(client->challenge.begin(), client->challenge.end());
-  EXPECT_EQ(Send(Logon(challenge, Anna())).Result(), ZN_OK);
+  EXPECT_EQ(Send(LogonOf(challenge, Anna())).Result(), ZN_OK);
   EXPECT_EQ(client->state, 3u);
   EXPECT_EQ(server_->connectedClients.Count(), 1u);
-  EXPECT_EQ(Send(CacheRequest()).Result(), ZN_OK);
+  EXPECT_EQ(Send(CacheRequestOf()).Result(), ZN_OK);
   EXPECT_EQ(server_->connectedClients.Count(), 2u);
   Disconnect();
   EXPECT_EQ(server_->connectedClients.Count(), 1u);
@@ -493,7 +493,7 @@ TEST_F(Session, ASecondLogonCountsTheClientTwice) {
 TEST_F(Session, AFailedSecondLogonLeavesTheSessionAsItWas) {
   const ClientPtr client = Listen();
   const std::string challenge(client->challenge.begin(), client->challenge.end());
-  EXPECT_EQ(Send(Logon(challenge, {u"anna", u"guess", u"", u""})).Result(), ZNE_ACCESS_DENIED);
+  EXPECT_EQ(Send(LogonOf(challenge, {u"anna", u"guess", u"", u""})).Result(), ZNE_ACCESS_DENIED);
   EXPECT_EQ(client->state, 1u);
 }
 
