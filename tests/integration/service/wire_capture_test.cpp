@@ -252,7 +252,6 @@ struct Seen {
 class WireCapture : public BusTest {
  protected:
   void SetUp() override {
-    script = {};
     server_ = std::make_unique<ServerObject>(transport_, host_);
     current = server_.get();
     server_->random = [](void* out, size_t count) noexcept {
@@ -260,7 +259,8 @@ class WireCapture : public BusTest {
       return true;
     };
     server_->pingToken = 0x010200C0;  // 192.0.2.1 as its bytes stand
-    MakeDatabase();
+    ASSERT_NO_FATAL_FAILURE(BusTest::SetUp());
+    SetClientsPresentTest([] { return current->connectedClients.Count() != 0; });
     MakeContent();
     ASSERT_TRUE(server_->sender.Start());
     server_->isReady = true;
@@ -279,9 +279,7 @@ class WireCapture : public BusTest {
     server_.reset();
   }
 
-  void MakeDatabase() {
-    ASSERT_TRUE(StartFramework(0));
-    const BusLock lock;
+  [[nodiscard]] DatabaseCallbacks SystemCallbacks() const override {
     DatabaseCallbacks callbacks;
     callbacks.changeCallback = [](ZnHandle change) {
       if (current->sender.ChangeNotify(*HandleThing<PropertySet>(change))) {
@@ -291,13 +289,7 @@ class WireCapture : public BusTest {
     callbacks.eventCallback = [](const EventRecord* event, u32) {
       return current->sender.EventNotify(*event);
     };
-    auto database = std::make_unique<Database>(DB_KEYED, callbacks);
-    database_ = database.get();
-    SetSystemDatabase(database_);
-    DatabaseList().push_back(std::move(database));
-    ASSERT_EQ(CreateSystemProvider(*database_, kSystemProviderName), ZN_OK);
-    database_->RaiseNotifyEnable();
-    SetClientsPresentTest([] { return current->connectedClients.Count() != 0; });
+    return callbacks;
   }
 
   // A lamp with a switch, and a file for clients; their ids are fixed.

@@ -119,9 +119,7 @@ class BusTest : public testing::Test {
     script = {};
     ASSERT_TRUE(StartFramework(0));
     const BusLock lock;
-    DatabaseCallbacks callbacks;
-    callbacks.changeCallback = [](ZnHandle) {};
-    auto database = std::make_unique<Database>(DB_KEYED, callbacks);
+    auto database = std::make_unique<Database>(DB_KEYED, SystemCallbacks());
     database_ = database.get();
     SetSystemDatabase(database_);
     DatabaseList().push_back(std::move(database));
@@ -132,6 +130,12 @@ class BusTest : public testing::Test {
     script = {};  // the scripts' variables are gone by now
     StopFramework(LibraryLife::kGoesOn);
     SetShuttingDown(false);
+  }
+  // Where the changes and events of the system database go.
+  [[nodiscard]] virtual DatabaseCallbacks SystemCallbacks() const {
+    DatabaseCallbacks callbacks;
+    callbacks.changeCallback = [](ZnHandle) {};
+    return callbacks;
   }
 
   // A provider with the scripted slots.

@@ -103,30 +103,11 @@ struct Reply {
 class ServiceTest : public BusTest {
  protected:
   void SetUp() override {
-    script = {};
     server_ = std::make_unique<ServerObject>(transport_, host_);
     current = server_.get();
     sendsMarkers = true;
     onChange = nullptr;
-    ASSERT_TRUE(StartFramework(0));
-    {
-      const BusLock lock;
-      DatabaseCallbacks callbacks;
-      callbacks.changeCallback = [](ZnHandle change) {
-        if (onChange) onChange();
-        const bool isMarker = current->sender.ChangeNotify(*HandleThing<PropertySet>(change));
-        if (isMarker && sendsMarkers) current->sender.RunRound();
-      };
-      callbacks.eventCallback = [](const EventRecord* event, u32) {
-        return current->sender.EventNotify(*event);
-      };
-      auto database = std::make_unique<Database>(DB_KEYED, callbacks);
-      database_ = database.get();
-      SetSystemDatabase(database_);
-      DatabaseList().push_back(std::move(database));
-      ASSERT_EQ(CreateSystemProvider(*database_, kSystemProviderName), ZN_OK);
-      database_->RaiseNotifyEnable();
-    }
+    ASSERT_NO_FATAL_FAILURE(BusTest::SetUp());
     SetClientsPresentTest([] { return current->connectedClients.Count() != 0; });
     server_->isReady = true;
     server_->allLoaded.Open();
@@ -140,6 +121,18 @@ class ServiceTest : public BusTest {
     BusTest::TearDown();
     SetClientsPresentTest(nullptr);
     server_.reset();
+  }
+  [[nodiscard]] DatabaseCallbacks SystemCallbacks() const override {
+    DatabaseCallbacks callbacks;
+    callbacks.changeCallback = [](ZnHandle change) {
+      if (onChange) onChange();
+      const bool isMarker = current->sender.ChangeNotify(*HandleThing<PropertySet>(change));
+      if (isMarker && sendsMarkers) current->sender.RunRound();
+    };
+    callbacks.eventCallback = [](const EventRecord* event, u32) {
+      return current->sender.EventNotify(*event);
+    };
+    return callbacks;
   }
 
   ClientPtr Connect(u32 connectionId = 1) {
