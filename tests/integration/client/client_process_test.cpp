@@ -25,8 +25,6 @@ namespace {
 using testing::IsSupersetOf;
 using testing::SizeIs;
 
-constexpr GUID kSwitch = {
-    0x6F0C2A9B, 0x51C4, 0x4D0E, {0x9A, 0x37, 0x2B, 0x8E, 0x1D, 0x7C, 0x40, 0xF5}};
 constexpr auto kPatience = std::chrono::seconds(30);
 
 bool Eventually(const std::function<bool()>& holds) {

@@ -8,8 +8,13 @@
 #include <vector>
 
 #include "tests/unit/support/temporary.h"
+#include "zn/types.h"
 
 namespace zn::test {
+
+// What the lamps of the example provider serve.
+inline constexpr GUID kSwitch = {
+    0x6F0C2A9B, 0x51C4, 0x4D0E, {0x9A, 0x37, 0x2B, 0x8E, 0x1D, 0x7C, 0x40, 0xF5}};
 
 class ServiceProcess {
  public:

@@ -25,9 +25,6 @@ namespace {
 using testing::HasSubstr;
 using testing::SizeIs;
 
-constexpr GUID kSwitch = {
-    0x6F0C2A9B, 0x51C4, 0x4D0E, {0x9A, 0x37, 0x2B, 0x8E, 0x1D, 0x7C, 0x40, 0xF5}};
-
 class SessionProcess : public testing::Test {
  protected:
   [[nodiscard]] static std::vector<ObjectId> Lamps(RawClient& client) {
