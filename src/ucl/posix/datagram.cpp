@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "support/common/platform.h"
+#include "ucl/posix/address.h"
 
 namespace zn {
 
@@ -23,14 +24,6 @@ namespace {
 bool Succeeded(bool result) noexcept {
   if (!result) SetLastFailure(static_cast<u32>(errno));
   return result;
-}
-
-sockaddr_in MakeAddress(u32 address, u32 port) noexcept {
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_port = htons(static_cast<u16>(port));
-  name.sin_addr.s_addr = address;
-  return name;
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "support/common/platform.h"
+#include "ucl/posix/address.h"
 
 namespace zn {
 
@@ -38,14 +39,6 @@ bool IsPort(u32 port) noexcept {
   if (port <= 0xFFFF) return true;
   SetLastFailure(EINVAL);
   return false;
-}
-
-sockaddr_in MakeAddress(u32 address, u32 port) noexcept {
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_port = htons(static_cast<u16>(port));
-  name.sin_addr.s_addr = address;
-  return name;
 }
 
 void SetBlocking(int fd, bool blocking) noexcept {
