@@ -9,7 +9,6 @@
 #include <xercesc/dom/DOM.hpp>
 
 #include "framework/common/znxml_dom_processor/domnodes.h"
-#include "framework/common/znxml_dom_processor/duplicates.h"
 #include "framework/common/znxml_dom_processor/place.h"
 #include "framework/common/znxml_dom_processor/propertytext.h"
 #include "framework/common/znxml_dom_processor/propsetreader.h"
@@ -173,37 +172,12 @@ void ALInfoDeleter::operator()(ALInfo* info) const noexcept {
   delete info;
 }
 
-ALInfoList::~ALInfoList() {
-  for (ALInfo* info : infos_) ALInfoDeleter()(info);
-}
-
 u32 ReadAlertTypes(const xercesc::DOMNode& parent, ALInfoVector* out) {
-  return GuardDom([&]() -> u32 {
-    std::vector<ALInfoOwner> read;
-    for (DOMElement* at = FirstElement(parent); at != nullptr; at = NextElement(*at)) {
-      ALInfoOwner info;
-      const u32 status = ReadAlertType(at, &info);
-      if (ZN_FAILED(status)) {
-        ZN_TRACE(6, "XML: Error in processing an ALERT_TYPE element");
-        TracePlace(*at);
-        return status;
-      }
-      read.push_back(std::move(info));
-    }
-    out->reserve(out->size() + read.size());
-    for (ALInfoOwner& info : read) out->push_back(info.release());
-    return ZN_OK;
-  });
+  return ReadRecords<ALInfoOwner>(parent, "an ALERT_TYPE", &ReadAlertType, out);
 }
 
 u32 ValidateAlertTypes(const ALInfoVector& infos) {
-  return GuardDom([&]() -> u32 {
-    const ALInfo* repeated = FirstRepeated(infos, [](const ALInfo& info) { return info.topic; });
-    if (repeated == nullptr) return ZN_OK;
-    ZN_TRACE(6, "XML: Duplicate alert types \"%s\" specified", repeated->topic);
-    if (repeated->refNode != nullptr) TracePlace(*repeated->refNode);
-    return ZNE_DUPLICATE_OBJECT_ID;
-  });
+  return CheckNames(infos, "alert types", &ALInfo::topic);
 }
 
 void PublishAlertType(const ALInfo& info, ZnHandle database, const AlertPublisher& publish) {

@@ -7,6 +7,7 @@
 #include <xercesc/dom/DOM.hpp>
 
 #include "framework/common/znxml_dom_processor/formalization.h"
+#include "framework/common/znxml_dom_processor/records.h"
 #include "zn/formalization.h"
 
 namespace zn {
@@ -16,18 +17,7 @@ struct ALInfoDeleter {
 };
 using ALInfoOwner = std::unique_ptr<ALInfo, ALInfoDeleter>;
 
-// Deletes the records of a list when it goes.
-class ALInfoList {
- public:
-  ALInfoList() = default;
-  ~ALInfoList();
-  ALInfoList(const ALInfoList&) = delete;
-  ALInfoList& operator=(const ALInfoList&) = delete;
-  [[nodiscard]] ALInfoVector& Get() noexcept { return infos_; }
-
- private:
-  ALInfoVector infos_;
-};
+using ALInfoList = RecordList<ALInfo, ALInfoDeleter>;
 
 // Reads every element child of `parent`, whatever its name, as an alert and appends the records.
 // The first failure ends it, and nothing is appended then.

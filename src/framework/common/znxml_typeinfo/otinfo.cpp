@@ -2,13 +2,11 @@
 #include "framework/common/znxml_typeinfo/otinfo.h"
 
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <xercesc/dom/DOM.hpp>
 
 #include "framework/common/znxml_dom_processor/domnodes.h"
-#include "framework/common/znxml_dom_processor/duplicates.h"
 #include "framework/common/znxml_dom_processor/place.h"
 #include "framework/common/znxml_dom_processor/propsetreader.h"
 #include "framework/common/znxml_dom_processor/xmltext.h"
@@ -75,37 +73,12 @@ void OTInfoDeleter::operator()(OTInfo* info) const noexcept {
   delete info;
 }
 
-OTInfoList::~OTInfoList() {
-  for (OTInfo* info : infos_) OTInfoDeleter()(info);
-}
-
 u32 ReadObjectTypes(const xercesc::DOMNode& parent, OTInfoVector* out) {
-  return GuardDom([&]() -> u32 {
-    std::vector<OTInfoOwner> read;
-    for (DOMElement* at = FirstElement(parent); at != nullptr; at = NextElement(*at)) {
-      OTInfoOwner info;
-      const u32 status = ReadObjectType(at, &info);
-      if (ZN_FAILED(status)) {
-        ZN_TRACE(6, "XML: Error in processing an OBJECT_TYPE element");
-        TracePlace(*at);
-        return status;
-      }
-      read.push_back(std::move(info));
-    }
-    out->reserve(out->size() + read.size());
-    for (OTInfoOwner& info : read) out->push_back(info.release());
-    return ZN_OK;
-  });
+  return ReadRecords<OTInfoOwner>(parent, "an OBJECT_TYPE", &ReadObjectType, out);
 }
 
 u32 ValidateObjectTypes(const OTInfoVector& infos) {
-  return GuardDom([&]() -> u32 {
-    const OTInfo* repeated = FirstRepeated(infos, [](const OTInfo& info) { return info.name; });
-    if (repeated == nullptr) return ZN_OK;
-    ZN_TRACE(6, "XML: Duplicate object types \"%s\" specified", repeated->name);
-    if (repeated->refNode != nullptr) TracePlace(*repeated->refNode);
-    return ZNE_DUPLICATE_OBJECT_ID;
-  });
+  return CheckNames(infos, "object types", &OTInfo::name);
 }
 
 void TraceFragmentFailure(u32 status) {

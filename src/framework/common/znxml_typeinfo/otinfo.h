@@ -7,6 +7,7 @@
 
 #include <xercesc/dom/DOM.hpp>
 
+#include "framework/common/znxml_dom_processor/records.h"
 #include "zn/formalization.h"
 
 namespace zn {
@@ -16,18 +17,7 @@ struct OTInfoDeleter {
 };
 using OTInfoOwner = std::unique_ptr<OTInfo, OTInfoDeleter>;
 
-// Deletes the records of a list when it goes.
-class OTInfoList {
- public:
-  OTInfoList() = default;
-  ~OTInfoList();
-  OTInfoList(const OTInfoList&) = delete;
-  OTInfoList& operator=(const OTInfoList&) = delete;
-  [[nodiscard]] OTInfoVector& Get() noexcept { return infos_; }
-
- private:
-  OTInfoVector infos_;
-};
+using OTInfoList = RecordList<OTInfo, OTInfoDeleter>;
 
 // Reads every element child of `parent`, whatever its name, as an object type and appends the
 // records. The first failure ends it, and nothing is appended then.
