@@ -49,14 +49,7 @@ class FakeServer {
     options_.Put("Compression", Value::UInt32(0));
     options_.Put("Authentication", Value::UInt32(1));
     listen_ = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in name{};
-    name.sin_family = AF_INET;
-    name.sin_addr.s_addr = kLoopback;
-    socklen_t size = sizeof(name);
-    EXPECT_EQ(bind(listen_, reinterpret_cast<sockaddr*>(&name), size), 0);
-    EXPECT_EQ(listen(listen_, 100), 0);
-    getsockname(listen_, reinterpret_cast<sockaddr*>(&name), &size);
-    port_ = ntohs(name.sin_port);
+    port_ = ListenOnLoopback(listen_);
     acceptor_ = std::thread([this] { Accept(); });
   }
   ~FakeServer() {

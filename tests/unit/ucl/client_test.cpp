@@ -366,25 +366,19 @@ TEST_F(UclClient, RefusedConnectionIsASocketError) {
 TEST_F(UclClient, PeerThatDoesNotAnswerInTimeIsASocketError) {
   const TraceCapture trace;
   const int full = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_addr.s_addr = kLoopback;
-  socklen_t size = sizeof(name);
-  ASSERT_EQ(bind(full, reinterpret_cast<sockaddr*>(&name), size), 0);
-  ASSERT_EQ(listen(full, 0), 0);
-  getsockname(full, reinterpret_cast<sockaddr*>(&name), &size);
+  const u32 port = ListenOnLoopback(full, 0);
+  const sockaddr_in name = LoopbackName(port);
   std::vector<int> waiting;
   for (int i = 0; i < 3; ++i) {  // the queue of connections is full with these
     waiting.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
-    static_cast<void>(connect(waiting.back(), reinterpret_cast<sockaddr*>(&name), size));
+    static_cast<void>(
+        connect(waiting.back(), reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
   }
   UclClientOptions options;
   options.connectTimeoutMs = 50;
   u32 handle = 0;
   u32 value = 0;
-  ASSERT_EQ(
-      UCLCreateClient(&handle, nullptr, Recorder::Data, nullptr, ntohs(name.sin_port), &options),
-      0u);
+  ASSERT_EQ(UCLCreateClient(&handle, nullptr, Recorder::Data, nullptr, port, &options), 0u);
   EXPECT_EQ(UCLConnect(handle, "127.0.0.1", &value, &value), UCLE_SOCKET_ERROR);
   EXPECT_TRUE(trace.Has("Socket error when connecting server. err code = 6e"));  // ETIMEDOUT
   for (const int fd : waiting) close(fd);

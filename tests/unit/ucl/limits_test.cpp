@@ -247,11 +247,7 @@ TEST_F(UclLimits, ServerThatRanOutOfDescriptorsAcceptsAgain) {
   setrlimit(RLIMIT_NOFILE, &limit);
   const int own = socket(AF_INET, SOCK_STREAM, 0);
   for (int fd = dup(0); fd >= 0; fd = dup(0)) taken.push_back(fd);
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_port = htons(static_cast<u16>(server.port));
-  name.sin_addr.s_addr = kLoopback;
-  ASSERT_EQ(connect(own, reinterpret_cast<sockaddr*>(&name), sizeof(name)), 0);
+  ConnectToLoopback(own, server.port);
   const BarePeer second(own);
   second.Send(FrameBytes(2, 1, "patience"));
   EXPECT_FALSE(second.WaitReadable(50));

@@ -37,6 +37,30 @@ inline bool Eventually(const std::function<bool()>& holds) {
   return true;
 }
 
+// A port of the loopback as sockets take it; 0 for a free one.
+[[nodiscard]] inline sockaddr_in LoopbackName(u32 port = 0) {
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_port = htons(static_cast<u16>(port));
+  name.sin_addr.s_addr = kLoopback;
+  return name;
+}
+
+inline void ConnectToLoopback(int fd, u32 port) {
+  const sockaddr_in name = LoopbackName(port);
+  EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&name), sizeof(name)), 0);
+}
+
+// Listens on a free port of the loopback: the port.
+[[nodiscard]] inline u32 ListenOnLoopback(int fd, int backlog = 100) {
+  sockaddr_in name = LoopbackName();
+  socklen_t size = sizeof(name);
+  EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&name), size), 0);
+  EXPECT_EQ(listen(fd, backlog), 0);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&name), &size);
+  return ntohs(name.sin_port);
+}
+
 // A flag to wait for.
 class Signal {
  public:
@@ -179,11 +203,7 @@ class BarePeer {
     if (receiveBuffer != 0) {
       setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
     }
-    sockaddr_in name{};
-    name.sin_family = AF_INET;
-    name.sin_port = htons(static_cast<u16>(port));
-    name.sin_addr.s_addr = kLoopback;
-    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&name), sizeof(name)), 0);
+    ConnectToLoopback(fd, port);
     return BarePeer(fd);
   }
 
@@ -256,14 +276,7 @@ class BareListener {
     if (receiveBuffer != 0) {
       setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
     }
-    sockaddr_in name{};
-    name.sin_family = AF_INET;
-    name.sin_addr.s_addr = kLoopback;
-    socklen_t size = sizeof(name);
-    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&name), size), 0);
-    EXPECT_EQ(listen(fd_, 100), 0);
-    getsockname(fd_, reinterpret_cast<sockaddr*>(&name), &size);
-    port_ = ntohs(name.sin_port);
+    port_ = ListenOnLoopback(fd_);
   }
   ~BareListener() { close(fd_); }
   BareListener(const BareListener&) = delete;
