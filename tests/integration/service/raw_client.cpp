@@ -12,29 +12,8 @@ namespace zn::test {
 namespace {
 
 constexpr int kPatienceMs = 60000;
-constexpr std::string_view kHead{"\r\n--#UCL_DATA_HEAD#--\0", 22};
-constexpr std::string_view kTail{"\r\n--#UCL_DATA__END#--\0", 22};
-
-std::string Word(u32 value) {
-  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16),
-          static_cast<char>(value >> 8), static_cast<char>(value)};
-}
-
-u32 WordAt(std::string_view bytes, size_t at) {
-  u32 value = 0;
-  for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<u8>(bytes[at + i]);
-  return value;
-}
 
 }  // namespace
-
-std::string FrameBytes(u32 type, u32 id, std::string_view payload, u32 status) {
-  std::string bytes(kHead);
-  bytes += Word(0) + Word(static_cast<u32>(payload.size())) + Word(type) + Word(id) + Word(status);
-  bytes += payload;
-  bytes += kTail;
-  return bytes;
-}
 
 void RawClient::Connect(unsigned port) {
   fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -86,7 +65,7 @@ bool RawClient::Receive(RawFrame* frame) {
   frame->status = WordAt(head, 38);
   std::string tail;
   if (!ReceiveBytes(WordAt(head, 26), &frame->payload) || !ReceiveBytes(22, &tail)) return false;
-  EXPECT_EQ(tail, kTail);
+  EXPECT_EQ(tail, kEnd);
   return true;
 }
 

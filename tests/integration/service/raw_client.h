@@ -13,6 +13,7 @@
 #include "framework/common/znpropset/propertyset.h"
 #include "tests/unit/framework/sets.h"
 #include "tests/unit/service/messages.h"
+#include "tests/unit/ucl/frame_bytes.h"
 #include "zn/types.h"
 
 namespace zn::test {
@@ -25,8 +26,6 @@ struct RawFrame {
 
   [[nodiscard]] PropertySet Set() const { return SetOf(payload); }
 };
-
-[[nodiscard]] std::string FrameBytes(u32 type, u32 id, std::string_view payload, u32 status = 0);
 
 class RawClient {
  public:

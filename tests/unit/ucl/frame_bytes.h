@@ -17,6 +17,12 @@ inline std::string Word(u32 value) {
           static_cast<char>(value >> 8), static_cast<char>(value)};
 }
 
+inline u32 WordAt(std::string_view bytes, size_t at) {
+  u32 value = 0;
+  for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<u8>(bytes[at + i]);
+  return value;
+}
+
 inline std::string HeaderBytes(u32 length, u32 type, u32 id, u32 status = 0) {
   return kHead + Word(0) + Word(length) + Word(type) + Word(id) + Word(status);
 }

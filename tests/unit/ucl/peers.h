@@ -238,14 +238,10 @@ class BarePeer {
     const std::string header = Receive(42);
     if (header.size() < 42) return {};
     EXPECT_EQ(header.substr(0, 26), kHead + Word(0));
-    const auto word = [&](size_t at) {
-      u32 value = 0;
-      for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<u8>(header[at + i]);
-      return value;
-    };
-    const std::string rest = Receive(word(26) + size_t{22});
-    EXPECT_EQ(rest.substr(word(26)), kEnd);
-    return {word(30), word(34), word(38), rest.substr(0, word(26))};
+    const u32 length = WordAt(header, 26);
+    const std::string rest = Receive(length + size_t{22});
+    EXPECT_EQ(rest.substr(length), kEnd);
+    return {WordAt(header, 30), WordAt(header, 34), WordAt(header, 38), rest.substr(0, length)};
   }
   // The other end has closed; what it sent before is read away.
   bool IsClosedByPeer() const {
