@@ -219,53 +219,51 @@ bool Follow(TaskReport* report) {
   return true;
 }
 
+// A task of the plug-in, which waits at a quarter until it may go on.
+struct HeldTask {
+  void Begin(const ObjectId& object) {
+    in.Put("Started", started.Address());
+    in.Put("GoOn", goOn.Address());
+    ObjectId answered{};
+    ASSERT_EQ(PrCallDispatch(nullptr, object, &kPluginInterface, 1, 3, in.Get(), out.Get(),
+                             ZN_CALL_ASYNCHRONOUS, 0, &heard, &Follow, &answered, &id),
+              ZN_OK);
+    ASSERT_TRUE(started.Wait());
+  }
+
+  Signal started;
+  Signal goOn;
+  Heard heard;
+  Propset in;
+  Propset out;
+  ObjectId id{};
+};
+
 using LoadingThreads = ServerTest;
 
 TEST_F(LoadingThreads, ATaskOfAPluginReportsItsProgress) {
   AddProvider("plain");
   ASSERT_EQ(Start(), ZN_OK);
-  Signal started;
-  Signal goOn;
-  Heard heard;
-  Propset in;
-  Propset out;
-  in.Put("Started", started.Address());
-  in.Put("GoOn", goOn.Address());
-  ObjectId answered{};
-  ObjectId task{};
-  ASSERT_EQ(PrCallDispatch(nullptr, ObjectOf(u"plain"), &kPluginInterface, 1, 3, in.Get(),
-                           out.Get(), ZN_CALL_ASYNCHRONOUS, 0, &heard, &Follow, &answered, &task),
-            ZN_OK);
-  ASSERT_TRUE(started.Wait());
-  EXPECT_EQ(PropertyOf(task, "PercentComplete"), "3:25");
-  EXPECT_EQ(PropertyOf(task, "State"), "3:3");
-  goOn.Set();
-  ASSERT_TRUE(heard.over.Wait());
-  EXPECT_FALSE(ObExists(nullptr, task));
-  EXPECT_THAT(heard.percents, ElementsAre(25, 75, 100));
+  HeldTask task;
+  ASSERT_NO_FATAL_FAILURE(task.Begin(ObjectOf(u"plain")));
+  EXPECT_EQ(PropertyOf(task.id, "PercentComplete"), "3:25");
+  EXPECT_EQ(PropertyOf(task.id, "State"), "3:3");
+  task.goOn.Set();
+  ASSERT_TRUE(task.heard.over.Wait());
+  EXPECT_FALSE(ObExists(nullptr, task.id));
+  EXPECT_THAT(task.heard.percents, ElementsAre(25, 75, 100));
 }
 
 TEST_F(LoadingThreads, ADeletedTaskStopsThePlugin) {
   AddProvider("plain");
   ASSERT_EQ(Start(), ZN_OK);
-  Signal started;
-  Signal goOn;
-  Heard heard;
-  Propset in;
-  Propset out;
-  in.Put("Started", started.Address());
-  in.Put("GoOn", goOn.Address());
-  ObjectId answered{};
-  ObjectId task{};
-  ASSERT_EQ(PrCallDispatch(nullptr, ObjectOf(u"plain"), &kPluginInterface, 1, 3, in.Get(),
-                           out.Get(), ZN_CALL_ASYNCHRONOUS, 0, &heard, &Follow, &answered, &task),
-            ZN_OK);
-  ASSERT_TRUE(started.Wait());
-  ASSERT_EQ(ObDeleteObject(nullptr, task), ZN_OK);
-  goOn.Set();
+  HeldTask task;
+  ASSERT_NO_FATAL_FAILURE(task.Begin(ObjectOf(u"plain")));
+  ASSERT_EQ(ObDeleteObject(nullptr, task.id), ZN_OK);
+  task.goOn.Set();
   ASSERT_EQ(ShutdownServer(), ZN_OK);  // joins the plug-in's thread
   EXPECT_TRUE(HasLogged("plain stopped"));
-  EXPECT_THAT(heard.percents, ElementsAre(25));
+  EXPECT_THAT(task.heard.percents, ElementsAre(25));
 }
 
 TEST_F(LoadingThreads, ARefreshReachesEveryPluginThatTakesPart) {
