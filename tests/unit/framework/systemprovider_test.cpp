@@ -169,6 +169,22 @@ TEST_F(SystemProviderTest, TheLoaderReservesItsArgument) {
 
 using RefreshThreads = SystemProviderTest;
 
+// Every call of a provider waits until it may go on.
+struct HeldCalls {
+  HeldCalls() {
+    script.call = [this](const SlotCall&) -> u32 {
+      ++calls;
+      inside.Set();
+      EXPECT_TRUE(goOn.Wait());
+      return ZN_OK;
+    };
+  }
+
+  Signal inside;
+  Signal goOn;
+  u32 calls = 0;
+};
+
 TEST_F(RefreshThreads, ReportTheShareOfProvidersThatAreDone) {
   MakeProvider();
   Progress progress;
@@ -227,16 +243,10 @@ TEST_F(RefreshThreads, NameTheirTask) {
                                  {kMinorRescan, u"Rescanning", ZNI_RESCANNING}};
   MakeProvider();
   for (const NameCase& c : kCases) {
-    Signal inside;
-    Signal goOn;
-    script.call = [&](const SlotCall&) -> u32 {
-      inside.Set();
-      EXPECT_TRUE(goOn.Wait());
-      return ZN_OK;
-    };
+    HeldCalls held;
     Progress progress;
     ASSERT_EQ(Refresh(c.minor, &progress), ZN_OK);
-    ASSERT_TRUE(inside.Wait());
+    ASSERT_TRUE(held.inside.Wait());
     EXPECT_EQ(PropertyOf(task_, "Name").AsWideText(), c.name);
     Property2* shown = nullptr;
     ASSERT_EQ(ObGetProperty(nullptr, task_, "DisplayName", &shown), ZN_OK);
@@ -246,61 +256,45 @@ TEST_F(RefreshThreads, NameTheirTask) {
     EXPECT_EQ(text->message, c.message);
     EXPECT_EQ(std::u16string(c.name), std::u16string(text->name, text->name + strlen(text->name)));
     EXPECT_EQ(PsFreeProperty(shown), ZN_OK);
-    goOn.Set();
+    held.goOn.Set();
     ASSERT_TRUE(progress.over.Wait());
     StopRefreshThread();  // so that the next request is not folded into the end of this one
   }
 }
 
 TEST_F(RefreshThreads, FoldASecondRequestIntoTheFirst) {
-  Signal inside;
-  Signal goOn;
-  u32 calls = 0;
-  script.call = [&](const SlotCall&) -> u32 {
-    ++calls;
-    inside.Set();
-    EXPECT_TRUE(goOn.Wait());
-    return ZN_OK;
-  };
+  HeldCalls held;
   MakeProvider();
   Progress first;
   Progress second;
   ASSERT_EQ(Refresh(kMinorRefresh, &first), ZN_OK);
-  ASSERT_TRUE(inside.Wait());
+  ASSERT_TRUE(held.inside.Wait());
   const ObjectId firstTask = task_;
   EXPECT_EQ(Refresh(kMinorRescan, &second), ZN_OK);
   EXPECT_EQ(second.steps, (Steps{{TASK_STATE_FINISHED, 100}}));
   EXPECT_FALSE(ObExists(nullptr, task_));
   EXPECT_TRUE(ObExists(nullptr, firstTask));
-  goOn.Set();
+  held.goOn.Set();
   ASSERT_TRUE(first.over.Wait());
-  EXPECT_EQ(calls, 1u);
+  EXPECT_EQ(held.calls, 1u);
 }
 
 TEST_F(RefreshThreads, EndWithTheProviderTheyAreAt) {
-  Signal inside;
-  Signal goOn;
-  u32 calls = 0;
-  script.call = [&](const SlotCall&) -> u32 {
-    ++calls;
-    inside.Set();
-    EXPECT_TRUE(goOn.Wait());
-    return ZN_OK;
-  };
+  HeldCalls held;
   MakeProvider(u"one");
   MakeProvider(u"two");
   Progress progress;
   ASSERT_EQ(Refresh(kMinorRefresh, &progress), ZN_OK);
-  ASSERT_TRUE(inside.Wait());
+  ASSERT_TRUE(held.inside.Wait());
   Signal stopping;
   std::thread stopper([&] {
     stopping.Set();
     StopRefreshThread();
   });
   ASSERT_TRUE(stopping.Wait());
-  goOn.Set();
+  held.goOn.Set();
   stopper.join();
-  EXPECT_GE(calls, 1u);
+  EXPECT_GE(held.calls, 1u);
   EXPECT_EQ(progress.steps.back(), (std::pair<u32, u32>{TASK_STATE_FINISHED, 100}));
 }
 
