@@ -5,6 +5,7 @@
 #include "framework/common/znpropset/property2.h"
 #include "support/common/handle.h"
 #include "tests/unit/framework/fixture.h"
+#include "tests/unit/framework/private_databases.h"
 #include "zn/db.h"
 
 namespace zn::test {
@@ -20,18 +21,9 @@ class DatabaseValue : public StoreTest {
     private_ = MakePrivate();
     local_ = AddProvider(u"local", {}, &At(private_));
   }
-  ~DatabaseValue() override {
-    for (const ZnHandle handle : made_) EXPECT_EQ(DbDeletePrivateDatabase(handle), ZN_OK);
-  }
 
-  ZnHandle MakePrivate() {
-    ZnHandle handle = nullptr;
-    EXPECT_EQ(DbCreatePrivateDatabase(&handle), ZN_OK);
-    made_.push_back(handle);
-    return handle;
-  }
-  static Database& At(ZnHandle handle) { return *HandleThing<Database>(handle); }
-
+  ZnHandle MakePrivate() { return privates_.Make(); }
+  static Database& At(ZnHandle handle) { return PrivateDatabases::At(handle); }
   DBNode* MakeIn(ZnHandle handle, u32 flags = 0) {
     DBNode* node = nullptr;
     EXPECT_EQ(At(handle).CreateDBNode(local_, "KELD_Object", flags, &node, nullptr), ZN_OK);
@@ -47,7 +39,7 @@ class DatabaseValue : public StoreTest {
   ZnHandle Copy(const PropertySet& content) {
     ZnHandle handle = nullptr;
     EXPECT_EQ(UnmarshalPrivateDatabase(content, &handle), ZN_OK);
-    made_.push_back(handle);
+    privates_.Keep(handle);
     return handle;
   }
 
@@ -62,7 +54,7 @@ class DatabaseValue : public StoreTest {
 
   ZnHandle private_ = nullptr;
   Provider* local_ = nullptr;
-  std::vector<ZnHandle> made_;
+  PrivateDatabases privates_;
 };
 
 TEST_F(DatabaseValue, AnEmptyDatabaseHasItsTypesAndAnEmptyListOfObjects) {

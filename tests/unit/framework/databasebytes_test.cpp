@@ -7,6 +7,7 @@
 
 #include "framework/common/zncore/database_value.h"
 #include "tests/unit/framework/api_frame.h"
+#include "tests/unit/framework/private_databases.h"
 #include "tests/unit/framework/sets.h"
 #include "zn/db.h"
 #include "zn/memory.h"
@@ -25,17 +26,9 @@ class DatabaseBytes : public FrameTest {
     FrameTest::SetUp();
     private_ = MakePrivate();
   }
-  ~DatabaseBytes() override {
-    for (const ZnHandle handle : made_) EXPECT_EQ(DbDeletePrivateDatabase(handle), ZN_OK);
-  }
 
-  ZnHandle MakePrivate() {
-    ZnHandle handle = nullptr;
-    EXPECT_EQ(DbCreatePrivateDatabase(&handle), ZN_OK);
-    made_.push_back(handle);
-    return handle;
-  }
-  static Database& At(ZnHandle handle) { return *HandleThing<Database>(handle); }
+  ZnHandle MakePrivate() { return privates_.Make(); }
+  static Database& At(ZnHandle handle) { return PrivateDatabases::At(handle); }
   DBNode* MakeIn(ZnHandle handle, const char* type = "KELD_Object", u32 flags = 0) {
     DBNode* node = nullptr;
     EXPECT_EQ(At(handle).CreateDBNode(provider_, type, flags, &node, nullptr), ZN_OK);
@@ -59,7 +52,7 @@ class DatabaseBytes : public FrameTest {
   }
 
   ZnHandle private_ = nullptr;
-  std::vector<ZnHandle> made_;
+  PrivateDatabases privates_;
 };
 
 TEST_F(DatabaseBytes, RefusesWithTheTextsOfBothCalls) {
