@@ -40,7 +40,7 @@ const NameRow* OwnNameOf(const std::string& type) {
 
 std::string NameFrom(const std::string& type, const PropertyList& properties) {
   const NameRow* row = OwnNameOf(type);
-  const std::string own = row == nullptr ? std::string() : row->name(properties);
+  std::string own = row == nullptr ? std::string() : row->name(properties);
   if (!own.empty()) return own;
   const Property* name = FindProperty(properties, "Name");
   return name == nullptr ? std::string() : TextOf(name->value);

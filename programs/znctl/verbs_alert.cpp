@@ -95,6 +95,7 @@ int RunList(Console& console, const AlertArguments& arguments) {
     return kExitOk;
   }
   std::vector<std::vector<std::string>> rows;
+  rows.reserve(alerts.size());
   for (const Alert& alert : alerts) {
     rows.push_back({SeverityText(alert.severity), alert.topic, alert.friendlyName});
   }

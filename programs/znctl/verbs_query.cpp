@@ -98,6 +98,7 @@ std::vector<std::string> PropertyNames(Console& console, const std::vector<Hit>&
                                        const HitLayout& layout) {
   constexpr size_t kPaper = 80;  // columns where no terminal says how many
   std::vector<PropertyList> properties;
+  properties.reserve(hits.size());
   for (const Hit& hit : hits) properties.push_back(hit.properties);
   const size_t width = console.Screen().width == 0 ? kPaper : console.Screen().width;
   const PropertyList defaults = console.Bus().TypeProperties(hits.front().info.type, true);
@@ -125,6 +126,7 @@ std::string RenderHits(Console& console, const std::vector<Hit>& hits) {
     columns.push_back({name, Style::kPlain, true, IsNumber(hits, name)});
   }
   std::vector<std::vector<std::string>> rows;
+  rows.reserve(hits.size());
   for (const Hit& hit : hits) rows.push_back(RowOf(hit, layout, names));
   return RenderTable(console.Screen(), columns, rows, "");
 }

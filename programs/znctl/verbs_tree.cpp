@@ -67,7 +67,7 @@ std::vector<Id> InTreeOrder(ObjectSource& source, const Forest& forest,
   while (!stack.empty()) {
     const Id id = stack.back();
     stack.pop_back();
-    if (member.count(id) != 0) order.push_back(id);
+    if (member.contains(id)) order.push_back(id);
     const auto children = forest.children.find(id);
     if (children == forest.children.end()) continue;
     stack.insert(stack.end(), children->second.rbegin(), children->second.rend());

@@ -56,6 +56,7 @@ struct Putter {
   }
   u32 operator()(const std::vector<std::string>& value) const {
     std::vector<const char*> texts;
+    texts.reserve(value.size());
     for (const std::string& text : value) texts.push_back(text.c_str());
     return Put(set, name, ZN_TYPE_STRING | ZN_TYPE_ARRAY, flags, texts.size(),
                texts.empty() ? nullptr : texts.data());

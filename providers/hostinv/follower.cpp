@@ -71,7 +71,7 @@ u32 Follower::Start() {
   return 0;
 }
 
-void Follower::Request(Work work, Done done) {
+void Follower::Request(Work work, const Done& done) {
   bool taken = false;
   {
     const std::lock_guard lock(mutex_);
@@ -153,7 +153,7 @@ std::vector<Follower::PendingRequest> Follower::TakeRequests() {
   return std::exchange(requests_, {});
 }
 
-void Follower::Wake() {
+void Follower::Wake() const {
   const std::uint64_t one = 1;
   // A full counter is awake already.
   [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof(one));

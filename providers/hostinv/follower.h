@@ -38,7 +38,7 @@ class Follower {
   using Done = std::function<void(u32 status)>;
   // Has figures (kRefresh) or everything (kRescan) read and published; `done` hears on the thread
   // when the objects are up to date.
-  void Request(Work work, Done done);
+  void Request(Work work, const Done& done);
   // The same, waiting for the end.
   u32 RequestAndWait(Work work);
 
@@ -55,7 +55,7 @@ class Follower {
   // Makes the objects equal to the machine, then raises the alerts of what has happened.
   void Show();
   std::vector<PendingRequest> TakeRequests();
-  void Wake();
+  void Wake() const;
 
   std::unique_ptr<Machine> machine_;
   ZnHandle database_;

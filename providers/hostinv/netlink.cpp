@@ -162,6 +162,7 @@ std::vector<InterfaceState> Netlink::Interfaces() {
     if (master != byIndex.end()) state.master = master->second.name;
     std::sort(state.addresses.begin(), state.addresses.end());
   }
+  list.reserve(byIndex.size());
   for (auto& [index, state] : byIndex) list.push_back(std::move(state));
   return list;
 }
@@ -179,7 +180,7 @@ int Netlink::ChangeDescriptor() const {
   return nl_socket_get_fd(changes_.get());
 }
 
-bool Netlink::DrainChanges() {
+bool Netlink::DrainChanges() const {
   // The messages themselves do not matter, a dump follows; so they are not even parsed, and lost
   // ones (ENOBUFS) count as well.
   std::array<char, 8192> buffer{};

@@ -27,7 +27,7 @@ class Netlink {
   // Readable when links or addresses have changed.
   int ChangeDescriptor() const;
   // Empties it. True if anything was told, or if messages were lost.
-  bool DrainChanges();
+  bool DrainChanges() const;
 
  private:
   struct SocketDeleter {

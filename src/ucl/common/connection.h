@@ -125,7 +125,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   [[nodiscard]] u32 SendFrame(const FrameHeader& header, const void* payload, Ownership ownership,
                               bool* sent);
   struct Outgoing;
-  [[nodiscard]] bool SendNow(Outgoing& frame, u32* error) ZN_REQUIRES(sendLock_);
+  [[nodiscard]] bool SendNow(Outgoing& frame, u32* error) const ZN_REQUIRES(sendLock_);
   [[nodiscard]] bool QueueRest(Outgoing& frame) ZN_REQUIRES(sendLock_);
   [[nodiscard]] bool SendPieces(const SendingRound& round, u32* error) ZN_REQUIRES(sendLock_);
   void QueueRound(const SendingRound& round, size_t first, size_t done) ZN_REQUIRES(sendLock_);

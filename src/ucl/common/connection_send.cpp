@@ -24,10 +24,10 @@ constexpr size_t kBytesPerTurn = size_t{4} << 20;
 // A frame on its way: header, payload, trailer, and how many of its bytes have left.
 struct Connection::Outgoing {
   FrameHeader header;
-  const void* payload;
-  Ownership ownership;
-  bool* sent;
-  u8 head[kFrameHeaderSize];
+  const void* payload = nullptr;
+  Ownership ownership = {};
+  bool* sent = nullptr;
+  u8 head[kFrameHeaderSize] = {};
   u64 done = 0;
 
   [[nodiscard]] u64 Size() const noexcept {
@@ -55,7 +55,7 @@ bool Connection::IsOverLimit(u64 more) const {
 }
 
 // Sends what the socket takes of a frame; false on failure.
-bool Connection::SendNow(Outgoing& frame, u32* error) {
+bool Connection::SendNow(Outgoing& frame, u32* error) const {
   const bool hasPayload = frame.header.length != 0;
   BytePart parts[3] = {{frame.head, kFrameHeaderSize},
                        {static_cast<const u8*>(frame.payload), frame.header.length},

@@ -25,6 +25,7 @@ u32 CreateObject(Database& database, ZnHandle hProvider, const char* type, u32 f
 // keys, which most are, need no allocation to be looked up.
 class KeyBlock {
  public:
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): what is used of short_ is written here
   KeyBlock(const ObjectId& provider, const void* key, u32 length)
       : length_(sizeof(ObjectId) + length) {
     u8* bytes = short_;

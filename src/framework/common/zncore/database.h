@@ -238,9 +238,9 @@ class Database {
  private:
   void PostRecord(ChangeRecord&& record, std::unique_ptr<PropertySet> localData);
   void SendRecord(ChangeRecord& record);
-  [[nodiscard]] PropertySet MarshalRecord(ChangeRecord& record);
+  [[nodiscard]] static PropertySet MarshalRecord(ChangeRecord& record);
   void AttachRelations(ChangeRecord& record);
-  [[nodiscard]] Value VisibleIds(const IdSet& ids);
+  [[nodiscard]] Value VisibleIds(const IdSet& ids) const;
   void SendBatch(std::vector<std::unique_ptr<ChangeRecord>> records, const IdSet& deletedIds);
 
   // Asks the server of a client copy. The lock is given up meanwhile: pointers into the database

@@ -293,7 +293,7 @@ PropertySet Database::MarshalRecord(ChangeRecord& record) {
   return set;
 }
 
-Value Database::VisibleIds(const IdSet& ids) {
+Value Database::VisibleIds(const IdSet& ids) const {
   std::vector<Value> visible;
   for (const InternedId& id : ids) {
     const DBNode* object = FindCached(id.Value());

@@ -71,7 +71,7 @@ void AbandonTask(Database* database, const CallTask& task, u32 status) {
                                   const ObjectId* parent) {
   if (parent == nullptr || IsZeroGuid(*parent)) return ZN_OK;
   const ZnHandle handle = provider.Handle();
-  const InternedId id = provider.GetId();
+  const InternedId id = provider.GetId();  // NOLINT(performance-unnecessary-copy-initialization)
   if (database.FindObject(*parent) == nullptr) {
     ZN_TRACE(3, "ZnAPI:PrCallProvider: Invalid parent task object");
     return ZNE_INVALID_ARGUMENTS;

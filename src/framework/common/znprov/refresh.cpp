@@ -122,7 +122,7 @@ bool RefreshThread::IsStopping() {
 }
 
 void RefreshThread::Run() {
-  RefreshRequest request;
+  RefreshRequest request{};
   while (WaitForRequest(&request)) {
     try {
       Refresh(request);
