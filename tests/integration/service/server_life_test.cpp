@@ -8,13 +8,16 @@
 
 #include <cstring>
 #include <functional>
+#include <thread>
 
 #include <gmock/gmock.h>
 
+#include "tests/unit/support/refused_calls.h"
 #include "tests/unit/support/temporary.h"
 #include "zn/init.h"
 #include "zn/pr.h"
 #include "zn/status.h"
+#include "zn/trace.h"
 
 namespace zn::test {
 
@@ -118,6 +121,36 @@ TEST_F(ServerLife, RunsWithoutAPortWhenItIsTaken) {
     EXPECT_EQ(ShutdownServer(), ZN_OK);
   });
   ExpectInOrder({"BIND FAILED!!!", "ZnSvc:System database created"});
+}
+
+TEST_F(ServerLife, FailsWithoutTheThreadsOfTheFramework) {
+  Write();
+  InAProcess([] {
+    // The start opens the trace file behind the framework alone.
+    EXPECT_EQ(ZnTraceInit(u"znmira", 0, nullptr), ZN_OK);
+    WithRefusedCalls(kThreadCalls, EAGAIN, [] {
+      EXPECT_EQ(InitializeServer(nullptr, FreePort(), 0, 0), ZNE_UNEXPECTED);
+    });
+    EXPECT_EQ(ShutdownServer(), ZN_OK);
+  });
+  ExpectInOrder({"ZnSvc: Initializing framework", "ZnSvc: Framework initialization failed."});
+  EXPECT_THAT(Trace(), Not(HasSubstr("ZnSvc: Framework initialized")));
+}
+
+TEST_F(ServerLife, RunsWithoutTheThreadsThatTellClients) {
+  Write("[Providers.threadless]\nImageFile = '" ZN_TEST_BARE
+        "'\nProviderEntry = 'ThreadlessEntry'\n");
+  InAProcess([] {
+    std::thread([] { EXPECT_EQ(InitializeServer(nullptr, FreePort(), 0, 0), ZN_OK); }).join();
+    ZnHandle provider = nullptr;
+    EXPECT_EQ(PrGetProviderByName(nullptr, u"threadless", &provider), ZN_OK);
+    EXPECT_EQ(ShutdownServer(), ZN_OK);
+  });
+  ExpectInOrder({"ZnSvc:System database created", "ZnSvc:Failed to create send thread",
+                 "ZnSvc:Failed to create broadcast listener thread",
+                 "ZnAPI:Entering ObRaiseAlert"});
+  EXPECT_THAT(Trace(), Not(HasSubstr("created successfully")));
+  EXPECT_THAT(Trace(), Not(HasSubstr("Failed to raise alert")));
 }
 
 TEST_F(ServerLife, FailsWithoutAnInstallDirAndCanBeStopped) {

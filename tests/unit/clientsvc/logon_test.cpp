@@ -6,9 +6,11 @@
 #include "clientsvc/common/clientsession.h"
 #include "clientsvc/common/csmanager.h"
 #include "clientsvc/common/watchdog.h"
+#include "framework/common/zncore/clientcopy.h"
 #include "support/common/shared_memory.h"
 #include "support/common/text.h"
 #include "tests/unit/clientsvc/fake_server.h"
+#include "tests/unit/framework/trace_capture.h"
 #include "zn/guid.h"
 #include "zn/ob.h"
 #include "zn/platform.h"
@@ -85,6 +87,39 @@ TEST_F(ClientLogon, GivesARefusalOnAndLeavesNothing) {
   EXPECT_EQ(LogOnAs(u"wrong"), ZNE_ACCESS_DENIED);
   ExpectNothingMade();
   EXPECT_THAT(server_.Received(5), IsEmpty());
+}
+
+// What the stop of the client side does on another thread, amid an exchange.
+void DeleteTheCopy() {
+  const auto sessions = SessionList::Instance().All();
+  ASSERT_EQ(sessions.size(), 1u);
+  EXPECT_TRUE(DeleteClientCopy(sessions.front()->DatabaseHandle()));
+}
+
+TEST_F(ClientLogon, FailsWhenTheCopyGoesDuringTheNegotiation) {
+  server_.On(wire::kSessionOffer, [this](const PropertySet&) {
+    DeleteTheCopy();
+    return BytesOf(server_.SessionAnswer());
+  });
+  const TraceCapture trace(3);
+  EXPECT_EQ(LogOn(), ZNE_UNEXPECTED);
+  EXPECT_TRUE(trace.Has("ClCreateDatabase: Invalid database"));
+  ExpectNothingMade();
+  EXPECT_THAT(server_.Numbers(), ElementsAre(1u));
+}
+
+TEST_F(ClientLogon, FailsWhenTheCopyGoesDuringTheLogon) {
+  ASSERT_EQ(ConnectOnly(), ZN_OK);
+  server_.On(wire::kLogon, [this](const PropertySet& request) {
+    DeleteTheCopy();
+    return server_.Answered(wire::kLogon, request);
+  });
+  const TraceCapture trace(3);
+  const ClLogonInfo logon = Alice();
+  EXPECT_EQ(ClLogon(handle_, &logon), ZNE_UNEXPECTED);
+  EXPECT_TRUE(trace.Has("ClCreateDatabase: Invalid database"));
+  EXPECT_NE(handle_->state, ZN_CLIENT_LOGGED_ON);
+  EXPECT_THAT(server_.Received(wire::kCacheRequest), IsEmpty());
 }
 
 TEST_F(ClientLogon, AWarningIsNoLogon) {

@@ -444,6 +444,16 @@ TEST_F(PrivateCallTest, RefusesAProviderThatIsNotTheClients) {
   EXPECT_TRUE(trace.Has("ZnAPI:PrCallProvider: Client database with non-client provider"));
 }
 
+// No call brings that about: a database ends its providers before its handle. The handle is marked
+// as freed here, and stands again for the end of the test.
+TEST_F(PrivateCallTest, RefusesAProviderWhoseDatabaseHasNoHandle) {
+  const TraceCapture trace(3);
+  private_->tag = 0;
+  EXPECT_EQ(CallProvider(), ZNE_INVALID_ARGUMENTS);
+  private_->tag = HANDLE_DATABASE;
+  EXPECT_TRUE(trace.Has("ZnAPI:PrCallProvider: Unable to get database from hProvider"));
+}
+
 TEST_F(PrivateCallTest, TheDatabaseMayBeDeletedDuringTheCall) {
   script.call = [&](const SlotCall&) -> u32 { return DbDeletePrivateDatabase(private_); };
   ObjectId task{};

@@ -5,12 +5,16 @@
 
 #include "tests/unit/service/service_fixture.h"
 #include "tests/unit/support/descriptors.h"
+#include "tests/unit/support/refused_calls.h"
 
 namespace zn::test {
 
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
 
 constexpr u32 kLoopback = 0x0100007F;
 
@@ -153,6 +157,27 @@ TEST_F(Listener, SaysThatItHasNoSocket) {
   EXPECT_THAT(trace.Messages(), ElementsAre("BroadcastListener: Socket creation failed"));
 }
 
+TEST_F(Listener, SaysThatItCannotReceive) {
+  const TraceCapture trace(4);
+  WithRefusedCalls({SYS_recvfrom}, ENOBUFS, [&] { StartListener(); });
+  SendDatagram(kPing);
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
+  while (!trace.Has("recvfrom() failed for BroadcastListener") &&
+         std::chrono::steady_clock::now() < until) {
+    std::this_thread::yield();
+  }
+  EXPECT_TRUE(listener_->Stop(kPatienceMs)) << "it has not ended by itself";
+  EXPECT_THAT(trace.Messages(), Each("recvfrom() failed for BroadcastListener"));
+  EXPECT_THAT(trace.Messages(), Not(IsEmpty()));
+}
+
+TEST_F(Listener, IsNotStartedWithoutItsThread) {
+  listener_ = std::make_unique<BroadcastListener>(*server_);
+  WithRefusedCalls(kThreadCalls, EAGAIN,
+                   [&] { EXPECT_FALSE(listener_->Start("127.0.0.1", port_)); });
+  EXPECT_TRUE(listener_->Stop(kPatienceMs));
+}
+
 TEST_F(Listener, SaysThatItListensAndWhomItAnswers) {
   const TraceCapture trace(1);
   StartListener();
@@ -208,6 +233,20 @@ TEST_F(Listener, AnswersNoDiscoveryItCannotAnswer) {
     EXPECT_THAT(trace.Messages(), ElementsAre(row.trace));
     listener_.reset();
   }
+}
+
+Gate nameAsked;
+bool SaysThatItIsAsked(std::string*) {
+  nameAsked.Open();
+  return false;
+}
+TEST_F(Listener, SaysThatItCannotAnswerAPing) {
+  const TraceCapture trace(6);
+  WithRefusedCalls({SYS_sendto}, EPERM, [&] { StartListener({SaysThatItIsAsked, LookUpHost}); });
+  SendDatagram(kPing);
+  SendDatagram(kDiscover);
+  EXPECT_TRUE(nameAsked.Wait()) << "the ping is done with";
+  EXPECT_THAT(trace.Messages(), ElementsAre("Error in sending MiraPing response"));
 }
 
 Gate lookUpEntered;

@@ -3,6 +3,7 @@
 
 #include "tests/unit/framework/trace_capture.h"
 #include "tests/unit/support/descriptors.h"
+#include "tests/unit/support/refused_calls.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/manager.h"
 
@@ -95,6 +96,19 @@ TEST_F(UclOperations, ServerOnABusyPortFailsInBinding) {
   EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, busy.Port()),
             UCLE_SOCKET_ERROR);
   EXPECT_TRUE(trace.Has("Server::Create(), socket error in binding. err code = 62"));  // EADDRINUSE
+  EXPECT_EQ(handle, 5u);
+}
+
+TEST_F(UclOperations, ServerThatMayNotListenSaysSo) {
+  const TraceCapture trace;
+  UclServerOptions options;
+  options.freePort = true;
+  u32 handle = 5;
+  WithRefusedCalls({SYS_listen}, EADDRINUSE, [&] {
+    EXPECT_EQ(UCLCreateServer(&handle, nullptr, Recorder::Data, Recorder::Connect, 0, &options),
+              UCLE_SOCKET_ERROR);
+  });
+  EXPECT_TRUE(trace.Has("Server::Create(), socket error in listening. err code = 62"));
   EXPECT_EQ(handle, 5u);
 }
 
