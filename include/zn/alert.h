@@ -61,8 +61,8 @@ ZN_API u32 ObUnpublishAlert(ZnHandle hDb, ZnHandle hProvider, const char* topic)
  *
  * Returns ZN_OK; ZNE_ALERT_OBJECT_NOT_FOUND; ZNE_INSERTION_STRINGS_INVALID when an insertion is
  * missing or of another type; ZNE_USER_PROPSET_INVALID; ZNE_INSERTION_FORMAT_INVALID when the
- * alert's object was given another text meanwhile; else what EvRaiseEvent answers. Nothing of a
- * refused raise is sent. */
+ * alert's object was given another text meanwhile, ZNE_PROPERTY_NOT_FOUND when its message was
+ * taken from it; else what EvRaiseEvent answers. Nothing of a refused raise is sent. */
 ZN_API u32 ObRaiseAlert(ZnHandle hDb, ZnHandle hProvider, const char* topic, ZnHandle hInsertions,
                         ZnHandle hUserProperties);
 

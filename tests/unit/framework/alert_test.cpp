@@ -91,6 +91,17 @@ class AlertTest : public EventTest {
     const Value* value = node->Properties().FindValue(name, ZN_TYPE_PROPSET);
     return value == nullptr ? PropertySet() : value->AsSet();
   }
+  // Takes a text from the object of the published alert.
+  void DeleteText(const char* name) {
+    const BusLock lock;
+    DBNode* node = FindAlert(*database_, kTopic);
+    PropertySet generic =
+        node->Properties().FindValue("GenericAlertPropset", ZN_TYPE_PROPSET)->AsSet();
+    ASSERT_EQ(generic.Delete(name), ZN_OK);
+    ASSERT_EQ(node->DeleteProperty("GenericAlertPropset"), ZN_OK);
+    ASSERT_EQ(node->SetProperty(Property("GenericAlertPropset", Value::Set(std::move(generic)))),
+              ZN_OK);
+  }
   [[nodiscard]] bool HasUserSet() const {
     const BusLock lock;
     return FindAlert(*database_, kTopic)->HasProperty("UserDefinedPropset");
@@ -496,18 +507,20 @@ TEST_F(AlertTest, ATextThatWasSpoiledMeanwhileIsRefused) {
   EXPECT_EQ(Raise(&insertions), ZNE_INSERTION_FORMAT_INVALID);
 }
 
+TEST_F(AlertTest, AnAlertWithoutItsMessageIsNotRaised) {
+  ASSERT_EQ(Publish(), ZN_OK);
+  DeleteText("AlertMsg");
+  Register(first_, "event.alert");
+  TestSet insertions;
+  FillInsertions(&insertions);
+  EXPECT_EQ(Raise(&insertions), ZNE_PROPERTY_NOT_FOUND);
+  Flush();
+  EXPECT_TRUE(heard.Items().empty());
+}
+
 TEST_F(AlertTest, AnAlertWithoutAnActionIsRaisedWithoutOne) {
   ASSERT_EQ(Publish(), ZN_OK);
-  {
-    const BusLock lock;
-    DBNode* node = FindAlert(*database_, kTopic);
-    PropertySet generic =
-        node->Properties().FindValue("GenericAlertPropset", ZN_TYPE_PROPSET)->AsSet();
-    ASSERT_EQ(generic.Delete("RecommendedAction"), ZN_OK);
-    ASSERT_EQ(node->DeleteProperty("GenericAlertPropset"), ZN_OK);
-    ASSERT_EQ(node->SetProperty(Property("GenericAlertPropset", Value::Set(std::move(generic)))),
-              ZN_OK);
-  }
+  DeleteText("RecommendedAction");
   TestSet insertions;
   FillInsertions(&insertions);
   const PropertySet data = RaisedData(&insertions);

@@ -263,6 +263,8 @@ u32 RaiseAlert(Database& database, Provider& provider, std::string_view topic,
   GUID id{};
   ZN_RETURN_IF_FAILED(GenerateRawGuid(&id));
   const PropertySet& published = *FindSet(alert->Properties(), kGenericSet);
+  // Its object is writable as any other; of its texts the message is the one that must be there.
+  if (published.FindValue(kMessageKey, ZN_TYPE_I18N) == nullptr) return ZNE_PROPERTY_NOT_FOUND;
   ZN_RETURN_IF_FAILED(CheckInsertions(published, kMessageKey, values.insertions));
   ZN_RETURN_IF_FAILED(CheckInsertions(published, kActionKey, values.insertions));
   ZN_RETURN_IF_FAILED(CheckUserProperties(*alert, values.userProperties));
