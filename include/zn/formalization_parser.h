@@ -20,10 +20,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -160,7 +162,11 @@ class Memory final : public xercesc::MemoryManager {
 /* The bytes of a document: a file that this owns, or memory of the caller's. */
 class Source {
  public:
-  explicit Source(const char* path) : file_(std::fopen(path, "rb")) {}
+  /* Nothing but a regular file: a pipe or a device could be waited for for ever. */
+  explicit Source(const char* path) {
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(path, ignored)) file_ = std::fopen(path, "rb");
+  }
   Source(const char* text, std::size_t length) : text_(text), left_(length) {}
   ~Source() {
     if (file_ != nullptr) std::fclose(file_);

@@ -1,9 +1,12 @@
-// Checks of numbers on the command line that say what is wanted, not what a type could hold.
+// Checks of words on the command line that say what is wanted: of numbers, not what a type could
+// hold; of files, not that they cannot be read.
 #pragma once
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace zn::ctl {
 
@@ -26,6 +29,20 @@ inline CLI::Validator ANumberOfSeconds() {
         return isGood ? std::string() : std::string("give a number of seconds, 0 or more");
       },
       "");
+}
+
+// What is wrong with a file that is to be read to its end; empty when nothing is. A pipe or a
+// device might never have one.
+inline std::string FaultOfFile(const std::string& path) {
+  std::error_code ignored;
+  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+  if (!std::filesystem::exists(status)) return "there is no file " + path;
+  if (std::filesystem::is_directory(status)) return path + " is a folder";
+  return std::filesystem::is_regular_file(status) ? "" : path + " is not a regular file";
+}
+
+inline CLI::Validator ARegularFile() {
+  return CLI::Validator([](std::string& path) { return FaultOfFile(path); }, "");
 }
 
 }  // namespace zn::ctl

@@ -104,7 +104,7 @@ std::string FaultOfSettingsFile(const std::string& file) {
   if (stat(file.c_str(), &info) != 0) {
     return fmt::format("the settings file {} cannot be read: {}", file, strerror(errno));
   }
-  if (!S_ISREG(info.st_mode)) return fmt::format("{} is no regular file", file);
+  if (!S_ISREG(info.st_mode)) return fmt::format("{} is not a regular file", file);
   try {
     (void)toml::parse_file(file);
   } catch (const toml::parse_error& error) {

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "checks.h"
 #include "console.h"
 #include "failure.h"
 #include "json_form.h"
@@ -143,6 +144,8 @@ std::string ReadFile(const std::string& file) {
     text << std::cin.rdbuf();
     return text.str();
   }
+  const std::string fault = FaultOfFile(file);
+  if (!fault.empty()) throw Failure(ZNE_INVALID_ARGUMENTS, "cannot read " + file, {fault});
   std::ifstream stream(file, std::ios::binary);
   if (!stream) throw Failure(ZNE_INVALID_ARGUMENTS, "cannot read " + file);
   text << stream.rdbuf();

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "checks.h"
 #include "console.h"
 #include "document_check.h"
 #include "failure.h"
@@ -67,7 +68,7 @@ int RunValidate(Console& console, const std::string& path) {
 void AddDocumentVerbs(CLI::App& app, Command* command) {
   auto path = std::make_shared<std::string>();
   CLI::App* verb = app.add_subcommand("validate", "Check a document of object types or alerts");
-  verb->add_option("document", *path, "The file")->required()->check(CLI::ExistingFile);
+  verb->add_option("document", *path, "The file")->required()->check(ARegularFile());
   verb->footer(
       "Each fault is told with its file, line and rule. Warnings tell of what is read\n"
       "otherwise than it looks; they do not fail the document.\n\n"

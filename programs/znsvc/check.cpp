@@ -178,9 +178,8 @@ void CheckNetwork(const toml::table& root, Findings& findings) {
 namespace {
 
 void CheckFile(const std::string& file, Findings& findings) {
-  std::error_code ignored;
-  if (!std::filesystem::is_regular_file(file, ignored)) {
-    findings.Error(0, "there is no such file");
+  if (const std::string fault = FaultOfSettingsFile(); !fault.empty()) {
+    findings.Error(0, fault);
     return;
   }
   try {

@@ -4,6 +4,8 @@
 #include <toml++/toml.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <system_error>
 
 #include "check.h"
 
@@ -14,10 +16,19 @@ std::string SettingsFile() {
   return file == nullptr || *file == '\0' ? "/etc/znmira/settings.toml" : file;
 }
 
+std::string FaultOfSettingsFile() {
+  std::error_code ignored;
+  const std::filesystem::file_status status = std::filesystem::status(SettingsFile(), ignored);
+  if (!std::filesystem::exists(status)) return "there is no such file";
+  if (std::filesystem::is_directory(status)) return "it is a folder";
+  return std::filesystem::is_regular_file(status) ? "" : "it is not a regular file";
+}
+
 // From the file itself, where values of every type are to be seen. One that does not parse is the
 // library's to tell.
 bool ReadBindAddress(std::string* address) {
   address->clear();
+  if (!FaultOfSettingsFile().empty()) return true;
   try {
     const toml::table root = toml::parse_file(SettingsFile());
     const toml::node* node = FindEntry(root, "BindAddress");
@@ -30,6 +41,8 @@ bool ReadBindAddress(std::string* address) {
 }
 
 std::string SettingsHint() {
+  const std::string fault = FaultOfSettingsFile();
+  if (!fault.empty()) return "; the settings file is " + SettingsFile() + ": " + fault;
   return "; znsvc --check --settings " + SettingsFile() + " tells more";
 }
 

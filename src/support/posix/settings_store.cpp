@@ -189,6 +189,12 @@ class SettingsStore {
     return kSettingRefused;
   }
 
+  static u32 FailedAsNoFile(const std::string& path, std::vector<Report>* reports) {
+    SetLastFailure(EINVAL, "not a regular file");
+    reports->push_back({6, "Settings: cannot read " + path + ": " + LastFailureText()});
+    return kSettingRefused;
+  }
+
   u32 Refresh(std::vector<Report>* reports) ZN_REQUIRES(mutex_) {
     const std::string path = SettingsFile();
     if (loaded_ && path == path_ && StampOf(path) == stamp_) return status_;
@@ -201,12 +207,15 @@ class SettingsStore {
   }
 
   u32 Load(std::vector<Report>* reports) ZN_REQUIRES(mutex_) {
-    const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    // Nobody waits here for what a pipe or a terminal may bring one day. Nor is a device taken for
+    // a file without content: a write would put a file into its place.
+    const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (file.Bad() && (errno == ENOENT || errno == ENOTDIR)) return ZN_OK;  // an empty root key
     if (file.Bad()) return Failed(errno, "cannot open " + path_, reports);
     struct stat status {};
     if (fstat(file.Get(), &status) != 0) return Failed(errno, "cannot read " + path_, reports);
     stamp_ = FileStamp(status);
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return FailedAsNoFile(path_, reports);
     std::string text;
     if (const int error = ReadAll(file.Get(), &text); error != 0) {
       return Failed(error, "cannot read " + path_, reports);

@@ -1,6 +1,7 @@
 // The program itself: its command line, its check of the settings, its signals, its notices.
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -84,10 +85,29 @@ TEST(ServiceProgram, EndsWithoutASettingsFile) {
   std::filesystem::remove(service.SettingsFile());
   EXPECT_EQ(service.RunToEnd({"--port", "0"}), 1);
   EXPECT_THAT(service.Output(), HasSubstr("the start failed: 0x"));
-  for (const std::string& file : {service.SettingsFile(), service.Folder().Path()}) {
+  EXPECT_THAT(service.Output(), HasSubstr(service.SettingsFile() + ": there is no such file"));
+}
+
+struct NoSettingsRow {
+  std::string file;
+  const char* fault;
+};
+TEST(ServiceProgram, TakesNothingButAFileForItsSettingsAndWaitsForNone) {
+  ServiceProcess service;
+  const std::string pipe = service.Folder() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const NoSettingsRow rows[] = {{service.Folder() / "nowhere", "there is no such file"},
+                                {service.Folder().Path(), "it is a folder"},
+                                {pipe, "it is not a regular file"},
+                                {"/dev/null", "it is not a regular file"}};
+  for (const auto& [file, fault] : rows) {
+    SCOPED_TRACE(file);
     EXPECT_EQ(service.RunToEnd({"--check", "--settings", file}), 1);
     EXPECT_EQ(service.Output(),
-              file + ": error: there is no such file\n" + file + ": 1 errors, 0 warnings\n");
+              file + ": error: " + fault + "\n" + file + ": 1 errors, 0 warnings\n");
+    EXPECT_EQ(service.RunToEnd({"--port", "0", "--foreground", "--settings", file}), 1);
+    EXPECT_THAT(service.Output(), AllOf(HasSubstr("the start failed: 0x"),
+                                        HasSubstr("the settings file is " + file + ": " + fault)));
   }
 }
 

@@ -1,4 +1,6 @@
 // The console end to end: what each verb prints, its JSON, its exit codes and its refusals.
+#include <sys/stat.h>
+
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -11,6 +13,7 @@ namespace zn::ctl {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
@@ -494,6 +497,30 @@ TEST_F(Console, RefusesToImportAFaultyFile) {
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.err, HasSubstr("bad.toml:2:7: a setting is text"));
   EXPECT_EQ(place_.Znctl({"settings", "get", "Good"}).code, 1);  // nothing was taken over
+}
+
+TEST_F(Console, TakesNothingButAFileForADocumentAndWaitsForNone) {
+  const std::string pipe = place_.File("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string& file : {pipe, std::string("/dev/zero")}) {
+    SCOPED_TRACE(file);
+    const std::string fault = file + " is not a regular file";
+    const Finished document = place_.Znctl({"validate", file});
+    EXPECT_EQ(document.code, 2);
+    EXPECT_THAT(document.err, HasSubstr(fault));
+    const Finished import = place_.Znctl({"settings", "import", file});
+    EXPECT_EQ(import.code, 1);
+    EXPECT_THAT(import.err, AllOf(HasSubstr("cannot read " + file), HasSubstr(fault)));
+    const Finished list = place_.Znctl({"settings", "list", "--settings", file});
+    EXPECT_EQ(list.code, 1);
+    EXPECT_THAT(list.err, HasSubstr(file + " is not a regular file"));
+    const Finished tree = place_.Znctl({"tree", "--settings", file});
+    EXPECT_EQ(tree.code, 1);
+    EXPECT_THAT(tree.err, HasSubstr(file + " is not a regular file"));
+  }
+  EXPECT_THAT(place_.Znctl({"validate", place_.File("")}).err, HasSubstr(" is a folder"));
+  EXPECT_THAT(place_.Znctl({"validate", "/nowhere.xml"}).err,
+              HasSubstr("there is no file /nowhere.xml"));
 }
 
 TEST_F(Console, ValidatesADocumentWithoutABus) {

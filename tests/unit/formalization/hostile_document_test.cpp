@@ -145,6 +145,16 @@ TEST_F(HostileDocumentTest, NoFileButTheDocumentIsEverOpened) {
   }
 }
 
+TEST_F(HostileDocumentTest, APipeInPlaceOfTheDocumentIsNotWaitedFor) {
+  const TemporaryFile pipe("", "pipe.xml");
+  ASSERT_EQ(unlink(pipe.Path().c_str()), 0);
+  ASSERT_EQ(mkfifo(pipe.Path().c_str(), 0600), 0);
+  const TraceCapture trace(6);
+  EXPECT_EQ(ReadObjectTypesFromFile(Handle(), pipe.Path().c_str(), nullptr),
+            ZNE_XML_SOURCE_INVALID);
+  EXPECT_THAT(trace.Messages(), Contains(HasSubstr(pipe.Path())));
+}
+
 // An external entity can be declared, as long as nobody asks for it; names and schemas that a
 // reader might follow are only names.
 TEST_F(HostileDocumentTest, NamesOfOtherDocumentsAreNotFollowed) {

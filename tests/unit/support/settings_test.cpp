@@ -362,6 +362,19 @@ TEST(Settings, AFolderInPlaceOfTheFileFails) {
   EXPECT_EQ(HkeyMiraRoot(), nullptr);
 }
 
+TEST(Settings, WhatIsNoFileFailsAtOnceAndIsNotReplaced) {
+  const TemporaryTrace trace(6);
+  const std::string& path = trace.Settings().File();
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(HkeyMiraRoot(), nullptr);
+  EXPECT_TRUE(trace.Has("Settings: cannot read " + path + ": not a regular file")) << trace.Text();
+  EXPECT_NE(ZnGetLastError(), 0u);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_TRUE(S_ISFIFO(status.st_mode));
+}
+
 TEST(Settings, AWriteThatCannotBeMadeChangesNothing) {
   const test::TemporaryFolder folder;
   const Environment environment("ZN_SETTINGS", folder / "absent/deeper/settings.toml");
