@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdio>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -96,18 +97,11 @@ void Stop(const Signals& signals, const Report& report) {
   report.Say("stopped");
 }
 
-// The port to listen on; 0, with a complaint, when there is none.
-[[nodiscard]] unsigned ChoosePort(const Options& options, const std::string& address,
-                                  const Report& report) {
-  if (options.port == 0) {
-    const unsigned port = FreePort(address);
-    if (port == 0) report.Complain("no free port on " + address);
-    return port;
-  }
-  const std::string fault = PortFault(address, options.port);
-  if (fault.empty()) return options.port;
-  report.Complain(fault);
-  return 0;
+// The library runs without a port where it cannot have it; this program does not.
+[[nodiscard]] std::string StartFault(u32 status, const ReservedPort& port) {
+  if (status != ZN_OK) return StatusText(status) + SettingsHint();
+  if (port.IsListenedOn()) return {};
+  return "port " + std::to_string(port.Port()) + " cannot be opened; the trace tells why";
 }
 
 }  // namespace
@@ -124,12 +118,19 @@ int RunService(const Options& options) {
     report.Complain(fault);
     return kExitUsage;
   }
-  const unsigned port = ChoosePort(options, address, report);
-  if (port == 0) return kExitFailed;
+  // Until the library has its own: nobody takes it meanwhile.
+  std::optional<ReservedPort> reserved(std::in_place, address, options.port);
+  if (!reserved->Fault().empty()) {
+    report.Complain(reserved->Fault());
+    return kExitFailed;
+  }
+  const unsigned port = reserved->Port();
   if (options.acceptAnyPassword) report.Complain("WARNING: any password is accepted");
   const u32 status = InitializeServer(traceFlags, port, 1, options.acceptAnyPassword ? 1 : 0);
-  if (status != ZN_OK) {
-    report.Complain("the start failed: " + StatusText(status) + SettingsHint());
+  const std::string fault = StartFault(status, *reserved);
+  reserved.reset();
+  if (!fault.empty()) {
+    report.Complain("the start failed: " + fault);
     signals.EndAtOnce();
     static_cast<void>(ShutdownServer());
     return kExitFailed;

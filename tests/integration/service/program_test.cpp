@@ -5,6 +5,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <iterator>
+#include <set>
+
 #include <gmock/gmock.h>
 
 #include "tests/integration/service/raw_client.h"
@@ -47,6 +50,21 @@ TEST(ServiceProgram, EndsWithoutAPortOfItsOwn) {
   ServiceProcess second;
   EXPECT_EQ(second.RunToEnd({"--port", std::to_string(first.Port())}), 1);
   EXPECT_THAT(second.Output(), HasSubstr("Address already in use"));
+}
+
+TEST(ServiceProgram, ListensOnTheFreePortThatItTells) {
+  ServiceProcess services[4];
+  for (ServiceProcess& service : services) service.Begin({});
+  std::set<unsigned> told;
+  for (ServiceProcess& service : services) {
+    ASSERT_TRUE(service.WaitUntilItListens()) << service.Output();
+    told.insert(service.Port());
+    RawClient client(service.Port());
+    EXPECT_EQ(client.LogOn(u"root", u"toor"), ZN_OK);
+    EXPECT_THAT(service.Trace(), HasSubstr("ZnSvc:Client connected."));
+    EXPECT_THAT(service.Trace(), Not(HasSubstr("Bind failed for BroadcastListener")));
+  }
+  EXPECT_EQ(told.size(), std::size(services));
 }
 
 TEST(ServiceProgram, EndsWhenTheStartFailsAndSaysWhereToLook) {
