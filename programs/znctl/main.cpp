@@ -158,7 +158,9 @@ int Main(int argc, char** argv) {
   } catch (const CLI::CallForHelp&) {
     const CLI::App* at = &app;
     while (!at->get_subcommands().empty()) at = at->get_subcommands().front();
-    WriteOut(at->help(ChosenVerb(app).substr(0, ChosenVerb(app).rfind(' ') + 1)));
+    const std::string chosen = ChosenVerb(app);
+    const size_t blank = chosen.rfind(' ');
+    WriteOut(at->help(blank == std::string::npos ? "" : chosen.substr(0, blank)));
     return kExitOk;
   } catch (const CLI::ParseError& error) {
     WriteError(fmt::format("znctl: {}\n{} --help tells more\n", error.what(), ChosenVerb(app)));

@@ -499,6 +499,13 @@ TEST_F(Console, RefusesToImportAFaultyFile) {
   EXPECT_EQ(place_.Znctl({"settings", "get", "Good"}).code, 1);  // nothing was taken over
 }
 
+TEST_F(Console, NamesAVerbInItsHelpAsItIsCalled) {
+  EXPECT_THAT(place_.Znctl({"--help"}).out, HasSubstr("Usage: znctl [OPTIONS]"));
+  EXPECT_THAT(place_.Znctl({"alerts", "--help"}).out, HasSubstr("Usage: znctl alerts [OPTIONS]"));
+  EXPECT_THAT(place_.Znctl({"settings", "import", "--help"}).out,
+              HasSubstr("Usage: znctl settings import [OPTIONS]"));
+}
+
 TEST_F(Console, TakesNothingButAFileForADocumentAndWaitsForNone) {
   const std::string pipe = place_.File("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
