@@ -28,6 +28,15 @@ std::string TextOf(const PropertyList& list, const char* name) {
   return text == nullptr ? std::string() : *text;
 }
 
+// The text of an action that must be there and where nothing is to be done, in whatever language it
+// is shown.
+constexpr char kNoAction[] = "None";
+
+bool AsksForAction(const Property* action) {
+  const auto* message = action == nullptr ? nullptr : std::get_if<Message>(&action->value.data);
+  return message == nullptr || message->name != kNoAction;
+}
+
 constexpr const char* kSeverities[] = {"critical", "error", "warning", "information"};
 
 }  // namespace
@@ -45,6 +54,7 @@ std::optional<Alert> ReadAlert(const PropertyList& properties, const Localizer& 
   alert.classification = text("ClassificationName");
   alert.description = text("Description");
   alert.action = text("RecommendedAction");
+  alert.asksForAction = AsksForAction(FindProperty(*generic, "RecommendedAction"));
   alert.computer = TextOf(properties, "SourceComputer");
   alert.provider = TextOf(properties, "SourceProvider");
   const PropertyList* user = FindSet(properties, "UserDefinedPropset");
@@ -74,8 +84,9 @@ std::string RenderAlert(const Terminal& terminal, const Alert& alert,
       Styled(terminal, StyleOfSeverity(alert.severity), SeverityText(alert.severity)) + "  " +
       Styled(terminal, Style::kName, Printable(alert.friendlyName)) + "\n";
   for (const std::string* text : {&alert.message, &alert.action}) {
-    if (text->empty()) continue;
-    const std::string head = text == &alert.action ? std::string(terminal.Arrow()) + " " : "";
+    const bool isAction = text == &alert.action;
+    if (text->empty() || (isAction && !alert.asksForAction)) continue;
+    const std::string head = isAction ? std::string(terminal.Arrow()) + " " : "";
     for (const std::string& line : Wrap(head + Printable(*text), width))
       out += indent + line + "\n";
   }

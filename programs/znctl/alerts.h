@@ -23,6 +23,7 @@ struct Alert {
   std::string classification;
   std::string description;
   std::string action;
+  bool asksForAction = true;  // false: the action is the one that says that there is none
   std::string provider;
   PropertyList userProperties;
   // Of a raised one.

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "alerts.h"
 #include "catalogs.h"
 #include "language.h"
 #include "zn/db.h"
@@ -104,6 +105,25 @@ TEST_F(ZnctlLocalizer, ExpandsARaisedTextWithAndWithoutInsertions) {
   EXPECT_EQ(Text(ZN_TYPE_I18N_FORMAT_STRING, 1), "100% full");
   EXPECT_EQ(Text(ZN_TYPE_I18N_FORMAT_STRING, 2, insertions), "sda is 100% full");
   EXPECT_EQ(Text(ZN_TYPE_I18N_FORMAT_STRING, 3, insertions), "own sda and 5%");
+}
+
+// Every alert has a text for what to do; one that says that there is nothing to do is no line.
+TEST_F(ZnctlLocalizer, ShowsNoActionWhereThereIsNothingToDo) {
+  const Database bus(handle_);
+  const auto shown = [&](const char* action) {
+    const auto text = [](const char* key, const char* own) {
+      return Property{key, 0, {ZN_TYPE_I18N_FORMAT_STRING, Message{{}, 1, own, {}}}};
+    };
+    const PropertyList generic = {text("FriendlyAlertName", "name"), text("AlertMsg", "message"),
+                                  text("RecommendedAction", action)};
+    const auto alert = ReadAlert({{"GenericAlertPropset", 0, {ZN_TYPE_PROPSET, generic}}},
+                                 Localizer(bus, kEnglish));
+    return alert ? RenderAlert(Terminal{}, *alert, {}) : std::string();
+  };
+  EXPECT_NE(shown("Do it.").find("    message\n    -> Do it.\n"), std::string::npos);
+  EXPECT_NE(shown("None").find("    message\n"), std::string::npos);
+  EXPECT_EQ(shown("None").find("->"), std::string::npos);
+  EXPECT_EQ(shown("").find("->"), std::string::npos);
 }
 
 TEST_F(ZnctlLocalizer, FallsBackWhereTheInsertionsAreNone) {
