@@ -54,6 +54,72 @@ class ScratchDatabase {
   ZnHandle handle_ = nullptr;
 };
 
+// Which nodes of a graph lead back to themselves: those that share a strongly connected component,
+// found in one walk over all edges. Without recursion, since a document decides how deep it goes.
+class Circles {
+ public:
+  explicit Circles(std::vector<std::vector<size_t>> edges)
+      : edges_(std::move(edges)), nodes_(edges_.size()) {
+    for (size_t at = 0; at < nodes_.size(); ++at) {
+      if (nodes_[at].number == 0) Walk(at);
+    }
+  }
+  bool Has(size_t at) const { return nodes_[at].isInCircle; }
+
+ private:
+  struct Node {
+    size_t number = 0;  // in the order of the walk, from 1
+    size_t lowest = 0;  // the first node of the way that it leads back to
+    size_t tried = 0;   // edges
+    bool isOpen = false;
+    bool isInCircle = false;
+  };
+
+  void Walk(size_t first) {
+    Enter(first);
+    while (!way_.empty()) {
+      const size_t at = way_.back();
+      Node& node = nodes_[at];
+      if (node.tried < edges_[at].size()) {
+        Follow(at, edges_[at][node.tried++]);
+        continue;
+      }
+      way_.pop_back();
+      if (!way_.empty()) Lower(way_.back(), node.lowest);
+      if (node.lowest == node.number) Close(at);
+    }
+  }
+  void Enter(size_t at) {
+    ++count_;
+    nodes_[at].number = nodes_[at].lowest = count_;
+    nodes_[at].isOpen = true;
+    open_.push_back(at);
+    way_.push_back(at);
+  }
+  void Follow(size_t from, size_t to) {
+    if (from == to) nodes_[from].isInCircle = true;
+    if (nodes_[to].number == 0) return Enter(to);
+    if (nodes_[to].isOpen) Lower(from, nodes_[to].number);
+  }
+  void Lower(size_t at, size_t number) { nodes_[at].lowest = std::min(nodes_[at].lowest, number); }
+  // The component that begins with that node is complete.
+  void Close(size_t first) {
+    const bool isAlone = open_.back() == first;
+    for (bool isLast = false; !isLast; open_.pop_back()) {
+      Node& node = nodes_[open_.back()];
+      node.isOpen = false;
+      node.isInCircle = node.isInCircle || !isAlone;
+      isLast = open_.back() == first;
+    }
+  }
+
+  const std::vector<std::vector<size_t>> edges_;
+  std::vector<Node> nodes_;
+  std::vector<size_t> way_;   // from where the walk began to where it is
+  std::vector<size_t> open_;  // of components that are not complete, in the order of the walk
+  size_t count_ = 0;
+};
+
 class TypeChecker {
  public:
   TypeChecker(const OTInfoVector& types, const TypeFault& report) : report_(report) {
@@ -65,7 +131,7 @@ class TypeChecker {
     for (const auto& [name, type] : types_) all.push_back(type);
     OTInfoVector order;
     if (Order(all, &order) == ZNE_PROVIDER_REG_CIRCULAR) {
-      std::erase_if(all, [this](const OTInfo* type) { return IsInCircle(type->name); });
+      TakeOutCircles(&all);
       static_cast<void>(Order(all, &order));
     }
     ScratchDatabase database;
@@ -74,28 +140,31 @@ class TypeChecker {
   }
 
  private:
-  // Whether a type leads back to itself, which is told for it.
-  bool IsInCircle(const std::string& name) {
-    std::set<std::string> seen;
-    Names open = DeclaredSupertypes(name);
-    while (!open.empty()) {
-      const std::string at = open.back();
-      open.pop_back();
-      if (at == name) {
-        report_(*types_.at(name), false, "circle",
-                "\"" + name + "\" inherits from itself; no type of the document would be made");
-        return true;
-      }
-      if (!seen.insert(at).second) continue;
-      const Names next = DeclaredSupertypes(at);
-      open.insert(open.end(), next.begin(), next.end());
-    }
-    return false;
+  // Tells of each type that leads back to itself. The types come in the order of their names.
+  void TakeOutCircles(OTInfoVector* all) {
+    const Circles circles(Inheritance());
+    size_t at = 0;
+    std::erase_if(*all, [&](const OTInfo* type) {
+      if (!circles.Has(at++)) return false;
+      report_(*type, false, "circle",
+              "\"" + std::string(type->name) +
+                  "\" inherits from itself; no type of the document would be made");
+      return true;
+    });
   }
-  Names DeclaredSupertypes(const std::string& name) const {
-    Names names = SupertypesOf(*types_.at(name));
-    std::erase_if(names, [this](const std::string& super) { return !types_.contains(super); });
-    return names;
+  // The declared supertypes of each type, by their places in the order of the names.
+  std::vector<std::vector<size_t>> Inheritance() const {
+    std::map<std::string_view, size_t> places;
+    for (const auto& [name, type] : types_) places.emplace(name, places.size());
+    std::vector<std::vector<size_t>> edges;
+    for (const auto& [name, type] : types_) {
+      std::vector<size_t>& supers = edges.emplace_back();
+      for (const std::string& super : SupertypesOf(*type)) {
+        const auto found = places.find(super);
+        if (found != places.end()) supers.push_back(found->second);
+      }
+    }
+    return edges;
   }
 
   // Supertypes first. What is not among the types is taken to exist.

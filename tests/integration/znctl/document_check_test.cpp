@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 
 #include <gmock/gmock.h>
@@ -202,6 +203,32 @@ TEST(DocumentCheck, TellsEveryTypeOfACircleAndNoOther) {
           .faults,
       ElementsAre(Error(3, "circle", "\"A\" inherits from itself"), Error(4, "circle", "\"B\""),
                   Error(5, "circle", "\"C\""), Error(7, "circle", "\"E\"")));
+}
+
+// Two circles with a way from one to the other, a circle with a chord, and a diamond, which is
+// none.
+TEST(DocumentCheck, TellsCirclesFromTheWaysBetweenThem) {
+  const DocumentReport report =
+      Check(Type("A", "B") + Type("B", "A, M") + Type("M", "P") + Type("P", "Q") + Type("Q", "P") +
+            Type("R", "S") + Type("S", "R, T") + Type("T", "R") + Type("U", "V, W") +
+            Type("V", "X") + Type("W", "X") + Type("X"));
+  std::string told;
+  for (const DocumentFault& fault : report.faults) {
+    if (fault.rule == "circle") told += fault.text.substr(1, 1);
+  }
+  EXPECT_EQ(told, "ABPQRST");
+}
+
+// Looked at from each of its types, a chain of so many takes a minute.
+TEST(DocumentCheck, ALongChainBehindACircleTakesNoTime) {
+  std::string types = Type("A", "B") + Type("B", "A") + Type("T0", "A");
+  for (int i = 1; i < 5000; ++i) {
+    types += Type("T" + std::to_string(i), "T" + std::to_string(i - 1));
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  const DocumentReport report = Check(types);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+  EXPECT_EQ(report.Errors(), 2u);
 }
 
 TEST(DocumentCheck, TellsOfSupertypes) {
