@@ -2,6 +2,8 @@
 #include "alert_bus.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <string>
 
 #include "bus.h"
@@ -67,6 +69,15 @@ constexpr AlertRow kRows[] = {
      {0x1045, "Check the disk %1 and its cables. Do not write to file systems that lay on it."},
      1},
 };
+
+// A row stands where its kind counts to.
+constexpr bool AreRowsInOrder() {
+  for (std::size_t i = 0; i < std::size(kRows); ++i) {
+    if (static_cast<std::size_t>(kRows[i].kind) != i) return false;
+  }
+  return true;
+}
+static_assert(std::size(kRows) == kAlertKinds && AreRowsInOrder(), "a row for each AlertKind");
 
 // The record is read only; its text is not const because it also carries results.
 I18nString RecordOf(const AlertText& text) {

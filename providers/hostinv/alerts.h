@@ -4,6 +4,7 @@
 // often it is asked. Plain values, free of the bus; their publishing and raising: alert_bus.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -14,6 +15,7 @@
 namespace hostinv {
 
 enum class AlertKind { kFileSystemFull, kFileSystemNormal, kLinkLost, kLinkBack, kDiskGone };
+inline constexpr std::size_t kAlertKinds = static_cast<std::size_t>(AlertKind::kDiskGone) + 1;
 
 struct Occurrence {
   AlertKind kind = AlertKind::kFileSystemFull;
