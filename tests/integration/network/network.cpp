@@ -151,6 +151,11 @@ std::unique_ptr<ClientProgram> ClientProgram::Append(unsigned port, u64 client, 
       std::to_string(every), std::to_string(patienceMs)});
 }
 
+std::unique_ptr<ClientProgram> ClientProgram::AppendInSteps(unsigned port, u64 client) {
+  return std::make_unique<ClientProgram>(
+      std::vector<std::string>{"steps", std::to_string(port), std::to_string(client), "0", "3"});
+}
+
 std::unique_ptr<ClientProgram> ClientProgram::Listen(unsigned port) {
   return std::make_unique<ClientProgram>(std::vector<std::string>{"listen", std::to_string(port)});
 }

@@ -79,7 +79,7 @@ class Gate {
 class ClientProgram {
  public:
   struct Event {
-    char kind;  // 'R', 'F' or 'L', see network_client.cpp
+    char kind;  // 'C', 'O', 'R', 'F' or 'L', see network_client.cpp
     i64 time;
     std::string status;
   };
@@ -99,6 +99,8 @@ class ClientProgram {
   [[nodiscard]] static std::unique_ptr<ClientProgram> Append(unsigned port, u64 client, u64 count,
                                                              u64 every = 0,
                                                              unsigned patienceMs = 0);
+  // Connects and logs on in steps that it tells.
+  [[nodiscard]] static std::unique_ptr<ClientProgram> AppendInSteps(unsigned port, u64 client);
   [[nodiscard]] static std::unique_ptr<ClientProgram> Listen(unsigned port);
 
   void Signal(int number) const;

@@ -2,6 +2,8 @@
 // goes to its standard output, one line with one write each, so that what a killed one had said
 // counts:
 //
+//   C <time>             connected (in steps alone)
+//   O <time>             logged on (in steps alone)
 //   R <time>             logged on, and the ledger is here
 //   A <number>           the server acknowledged the number
 //   F <time> <status>    a call failed
@@ -14,6 +16,8 @@
 //          Appends numbers until COUNT of them were acknowledged (0: for ever), each number once,
 //          whatever became of it; each EVERYth tells (0: none). After a failed call it waits up to
 //          PATIENCE ms to be told of the loss, then makes another session and goes on.
+//        network_client steps PORT CLIENT COUNT EVERY PATIENCE
+//          The same, but connects and logs on by a call each, and tells of both.
 //        network_client listen PORT
 //          Logs on, and waits to be told of the loss.
 #include <unistd.h>
@@ -85,6 +89,7 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
+  void TellSteps() { tellsSteps_ = true; }
   [[nodiscard]] bool IsOpen() const { return handle_ != nullptr; }
   // One try.
   bool Open(u32 port) {
@@ -94,10 +99,7 @@ class Session {
     }
     const ClConnectInfo connect = {0, port, "127.0.0.1", 0, 0, 0};
     const ClLogonInfo logon = {u"root", u"toor", u"", u"", ZN_LOGON_PASSWORD};
-    if (ClCreateDatabaseEx(&connect, &logon, &handle_, &database_, 0) != ZN_OK) {
-      handle_ = nullptr;
-      return false;
-    }
+    if (!(tellsSteps_ ? LogOnInSteps(connect, logon) : LogOn(connect, logon))) return false;
     if (Register() && FindLedger()) {
       Say("R %lld\n", Now());
       return true;
@@ -139,6 +141,24 @@ class Session {
   }
 
  private:
+  bool LogOn(const ClConnectInfo& connect, const ClLogonInfo& logon) {
+    if (ClCreateDatabaseEx(&connect, &logon, &handle_, &database_, 0) == ZN_OK) return true;
+    handle_ = nullptr;
+    return false;
+  }
+  bool LogOnInSteps(const ClConnectInfo& connect, const ClLogonInfo& logon) {
+    if (ClCreateDatabase(&connect, &handle_, &database_) != ZN_OK) {
+      handle_ = nullptr;
+      return false;
+    }
+    Say("C %lld\n", Now());
+    if (ClLogon(handle_, &logon) != ZN_OK) {
+      End();
+      return false;
+    }
+    Say("O %lld\n", Now());
+    return true;
+  }
   static void Put(ZnHandle set, const char* name, u64 value) {
     const Property2 flat = {const_cast<char*>(name), ZN_TYPE_UINT64, 0, sizeof value, &value};
     PsAddProperty(set, &flat);
@@ -172,6 +192,7 @@ class Session {
   ClientHandle* handle_ = nullptr;
   ZnHandle database_ = nullptr;
   ObjectId ledger_{};
+  bool tellsSteps_ = false;
 };
 
 bool Reconnect(Session& session, u32 port) {
@@ -189,6 +210,7 @@ struct Order {
   u64 count;
   u64 every;
   std::chrono::milliseconds patience;
+  bool tellsSteps;
 };
 
 // An acknowledged number: it stands behind all that came before it, and if it told, the copy knows.
@@ -200,6 +222,7 @@ void Check(const Session& session, u64 position, u64* last, bool told) {
 
 int Append(const Order& order) {
   Session session;
+  if (order.tellsSteps) session.TellSteps();
   u64 acknowledged = 0;
   u64 last = 0;
   for (u64 i = 1; order.count == 0 || acknowledged < order.count; ++i) {
@@ -235,13 +258,14 @@ int Listen(u32 port) {
 int main(int argc, char** argv) {
   const auto number = [&](int i) { return i < argc ? std::strtoull(argv[i], nullptr, 10) : 0; };
   const std::string_view mode = argc > 2 ? argv[1] : "";
-  if (mode != "append" && mode != "listen") return 2;
+  if (mode != "append" && mode != "steps" && mode != "listen") return 2;
   if (ZN_FAILED(ClStartup())) return 1;
   const u32 port = static_cast<u32>(number(2));
-  const int code = mode == "listen"
-                       ? Listen(port)
-                       : Append({port, number(3), number(4), number(5),
-                                 std::chrono::milliseconds(static_cast<long>(number(6)))});
+  const int code =
+      mode == "listen"
+          ? Listen(port)
+          : Append({port, number(3), number(4), number(5),
+                    std::chrono::milliseconds(static_cast<long>(number(6))), mode == "steps"});
   ClShutdown();
   return code;
 }
