@@ -87,8 +87,9 @@ std::string RenderAlert(const Terminal& terminal, const Alert& alert,
     const bool isAction = text == &alert.action;
     if (text->empty() || (isAction && !alert.asksForAction)) continue;
     const std::string head = isAction ? std::string(terminal.Arrow()) + " " : "";
-    for (const std::string& line : Wrap(head + Printable(*text), width))
+    for (const std::string& line : Wrap(head + Printable(*text), width)) {
       out += indent + line + "\n";
+    }
   }
   const std::string source = fmt::format("{}  by {}", alert.topic, alert.provider);
   for (const std::string& line : Wrap(Printable(source), width)) {

@@ -43,18 +43,15 @@ std::string ExpandName(const Message& message) {
   const std::string& name = message.name;
   std::string out;
   for (size_t at = 0; at < name.size();) {
-    size_t end = at;
-    if (name[at] != '%') {
-      out += name[at++];
-    } else if (name.compare(at, 2, "%%") == 0) {
+    if (name.compare(at, 2, "%%") == 0) {
       out += '%';
       at += 2;
-    } else if (const std::string number = PlaceAt(name, at, &end); !number.empty()) {
-      out += InsertionText(message, number);
-      at = end;
-    } else {
-      out += name[at++];
+      continue;
     }
+    size_t end = at + 1;
+    const std::string number = name[at] == '%' ? PlaceAt(name, at, &end) : std::string();
+    out += number.empty() ? name.substr(at, 1) : InsertionText(message, number);
+    at = number.empty() ? at + 1 : end;
   }
   return out;
 }

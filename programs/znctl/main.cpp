@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
 
@@ -78,6 +79,7 @@ void Arrange(CLI::App* app) {
 }
 
 int Run(const GlobalArguments& globals, const Command& command) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread yet
   if (!globals.settings.empty()) setenv("ZN_SETTINGS", globals.settings.c_str(), 1);
   Inbox::Get().CatchSignals();
   Console console(DetectTerminal());
@@ -177,5 +179,10 @@ int Main(int argc, char** argv) {
 }  // namespace zn::ctl
 
 int main(int argc, char** argv) {
-  return zn::ctl::Main(argc, argv);
+  try {
+    return zn::ctl::Main(argc, argv);
+  } catch (const std::exception& error) {  // memory ran out, or the output cannot be written
+    std::fprintf(stderr, "znctl: %s\n", error.what());
+    return zn::ctl::kExitFailed;
+  }
 }

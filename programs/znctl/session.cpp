@@ -2,13 +2,13 @@
 // the end, also when a verb fails or is interrupted.
 #include "session.h"
 
-#include <errno.h>
 #include <fmt/format.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <toml++/toml.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <system_error>
 
 #include "failure.h"
 #include "inbox.h"
@@ -71,14 +71,14 @@ std::vector<std::string> Hints(u32 status) {
   } else {
     lines.push_back("the settings file is " + file);
     for (const HintRow& row : kHints) {
-      if (row.status == status) lines.push_back(row.hint);
+      if (row.status == status) lines.emplace_back(row.hint);
     }
   }
-  lines.push_back("the least that a settings file holds:");
+  lines.emplace_back("the least that a settings file holds:");
   for (const char* line : {"InstallDir = \"/usr/local\"", "[ProviderGroup]", "[Providers]"}) {
     lines.push_back(std::string("  ") + line);
   }
-  lines.push_back("another file can be named by --settings FILE or by ZN_SETTINGS");
+  lines.emplace_back("another file can be named by --settings FILE or by ZN_SETTINGS");
   return lines;
 }
 
@@ -102,7 +102,8 @@ std::string SettingsFile() {
 std::string FaultOfSettingsFile(const std::string& file) {
   struct stat info {};
   if (stat(file.c_str(), &info) != 0) {
-    return fmt::format("the settings file {} cannot be read: {}", file, strerror(errno));
+    return fmt::format("the settings file {} cannot be read: {}", file,
+                       std::generic_category().message(errno));
   }
   if (!S_ISREG(info.st_mode)) return fmt::format("{} is not a regular file", file);
   try {

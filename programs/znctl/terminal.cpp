@@ -1,15 +1,15 @@
 // What the streams are attached to, colour and bars.
 #include "terminal.h"
 
-#include <errno.h>
 #include <fmt/format.h>
 #include <langinfo.h>
-#include <locale.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <clocale>
 #include <cstdlib>
 
 #include "text.h"

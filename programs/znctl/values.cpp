@@ -2,9 +2,9 @@
 #include "values.h"
 
 #include <fmt/format.h>
-#include <time.h>
 
 #include <algorithm>
+#include <ctime>
 
 #include "text.h"
 

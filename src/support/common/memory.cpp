@@ -19,7 +19,7 @@ inline void* AllocateCleared(u32 size) noexcept {
   void* block = std::malloc(size);
   __asm__("" : "+r"(block));  // or the compiler makes one calloc of the two
   if (block != nullptr) std::memset(block, 0, size);
-  return block;
+  return block;  // NOLINT(clang-analyzer-unix.Malloc): the line in between confuses it
 }
 
 inline void Release(void* block) noexcept {

@@ -9,12 +9,12 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <exception>
 #include <map>
 #include <memory>
@@ -186,6 +186,9 @@ NamedLocks& Locks() {
 // What a handle owns.
 class NamedMutex : public SystemObject {
  public:
+  NamedMutex() = default;
+  NamedMutex(const NamedMutex&) = delete;
+  NamedMutex& operator=(const NamedMutex&) = delete;
   ~NamedMutex() override {
     if (const LockPointer named = Locks().Remove(handle_); named != nullptr) named->ReleaseAll();
   }

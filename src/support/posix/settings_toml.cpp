@@ -254,11 +254,11 @@ std::string HeadComments(std::string_view text) {
   bool hasComment = false;
   while (end < text.size()) {
     const size_t newline = text.find('\n', end);
-    if (newline == text.npos) break;
+    if (newline == std::string_view::npos) break;
     const std::string_view line = text.substr(end, newline - end);
     const size_t first = line.find_first_not_of(" \t\r");
-    if (first != line.npos && line[first] != '#') break;
-    hasComment = hasComment || first != line.npos;
+    if (first != std::string_view::npos && line[first] != '#') break;
+    hasComment = hasComment || first != std::string_view::npos;
     end = newline + 1;
   }
   return hasComment ? std::string(text.substr(0, end)) : std::string();

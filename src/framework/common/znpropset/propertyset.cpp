@@ -122,7 +122,8 @@ void PropertySet::Reserve(u32 capacity) {
   const size_t bytes = capacity * sizeof(Property);
   void* grown = isRoomLent_ ? std::malloc(bytes) : std::realloc(static_cast<void*>(items_), bytes);
   if (grown == nullptr) throw std::bad_alloc();
-  if (isRoomLent_ && count_ > 0) std::memcpy(grown, items_, count_ * sizeof(Property));
+  if (isRoomLent_ && count_ > 0)
+    std::memcpy(grown, static_cast<const void*>(items_), count_ * sizeof(Property));
   items_ = static_cast<Property*>(grown);
   capacity_ = capacity & kCapacityMask;
   isRoomLent_ = false;
@@ -210,7 +211,8 @@ u32 PropertySet::Delete(std::string_view name) noexcept {
   if (property == nullptr) return ZNE_PROPERTY_NOT_FOUND;
   property->~Property();
   const auto behind = static_cast<size_t>(items_ + count_ - (property + 1));
-  std::memmove(static_cast<void*>(property), property + 1, behind * sizeof(Property));
+  std::memmove(static_cast<void*>(property), static_cast<const void*>(property + 1),
+               behind * sizeof(Property));
   --count_;
   return ZN_OK;
 }
@@ -251,7 +253,8 @@ void PropertySet::TakeFrom(PropertySet& source) noexcept {
     isRoomLent_ = false;
     source.capacity_ = 0;
   } else if (source.count_ > 0) {
-    std::memcpy(static_cast<void*>(items_), source.items_, source.count_ * sizeof(Property));
+    std::memcpy(static_cast<void*>(items_), static_cast<const void*>(source.items_),
+                source.count_ * sizeof(Property));
   }
   count_ = std::exchange(source.count_, 0u);
 }
