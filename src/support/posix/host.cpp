@@ -97,5 +97,5 @@ HostVersion GetHostVersion() {
 }  // namespace zn
 
 void ZnSetLocale(void) {
-  std::setlocale(LC_ALL, "");
+  std::setlocale(LC_ALL, "");  // NOLINT(concurrency-mt-unsafe): what the function is for
 }

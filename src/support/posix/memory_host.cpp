@@ -101,7 +101,7 @@ void WatchForks() noexcept {
 }
 
 struct RandomBuffer {
-  unsigned char bytes[512];
+  unsigned char bytes[512] = {};
   size_t left = 0;
   u32 generation = 0;
 };
