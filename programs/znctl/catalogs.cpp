@@ -16,12 +16,12 @@
 namespace zn::ctl {
 namespace {
 
-std::string TextOf(const PropertyList& list, const char* name) {
+std::string ShownText(const PropertyList& list, const char* name) {
   const Property* property = FindProperty(list, name);
   return property == nullptr ? std::string() : FormatValue(property->value);
 }
 
-u32 NumberOf(const PropertyList& list, const char* name) {
+u32 ShortNumber(const PropertyList& list, const char* name) {
   const Property* property = FindProperty(list, name);
   const u64* number = property == nullptr ? nullptr : std::get_if<u64>(&property->value.data);
   return number == nullptr ? 0 : static_cast<u32>(*number);
@@ -44,7 +44,7 @@ std::vector<ProviderIds> ReadProviderIds(const Database& bus) {
   std::vector<std::string> names = {"system"};
   const ZnHandle system = bus.ProviderByName("system");
   if (system != nullptr) {
-    const std::string loaded = TextOf(PropertiesOfProvider(system), "LOADED_PROVIDERS");
+    const std::string loaded = ShownText(PropertiesOfProvider(system), "LOADED_PROVIDERS");
     for (size_t from = 0, comma = loaded.find(','); comma != std::string::npos;
          from = comma + 1, comma = loaded.find(',', from)) {
       names.push_back(loaded.substr(from, comma - from));
@@ -72,10 +72,10 @@ Catalog ReadCatalog(const PropertyList& properties, const Id& id,
                     const std::vector<ProviderIds>& providers) {
   Catalog catalog;
   catalog.id = id;
-  catalog.locale = NumberOf(properties, "Locale");
-  catalog.platform = NumberOf(properties, "Platform");
-  catalog.skin = TextOf(properties, "Skin");
-  catalog.file = TextOf(properties, "ImageFile");
+  catalog.locale = ShortNumber(properties, "Locale");
+  catalog.platform = ShortNumber(properties, "Platform");
+  catalog.skin = ShownText(properties, "Skin");
+  catalog.file = ShownText(properties, "ImageFile");
   for (const ProviderIds& provider : providers) {
     if (provider.catalog && *provider.catalog == id) catalog.providers.push_back(provider.name);
   }
@@ -89,7 +89,7 @@ std::vector<Catalog> ReadCatalogs(const Database& bus) {
   std::vector<Catalog> catalogs;
   for (const Id& object : bus.Objects("KELD_Extension")) {
     const std::optional<PropertyList> properties = bus.Properties(object);
-    const std::optional<Id> id = properties ? ParseId(TextOf(*properties, "Id")) : std::nullopt;
+    const std::optional<Id> id = properties ? ParseId(ShownText(*properties, "Id")) : std::nullopt;
     if (!id || IsExtensionOnly(providers, *id)) continue;
     catalogs.push_back(ReadCatalog(*properties, *id, providers));
   }

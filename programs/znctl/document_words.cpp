@@ -31,7 +31,7 @@ constexpr std::array<std::string_view, 4> kPropertyFlags = {"Hidden", "NoDisplay
                                                             "Indexed"};
 constexpr std::array<std::string_view, 4> kAlertFlags = {"ALERT_GLOBAL", "ALERT_LOCAL",
                                                          "ALERT_PUBLIC", "ALERT_PRIVATE"};
-constexpr std::array<std::string_view, 4> kSeverities = {"CRITICAL", "ERROR", "WARNING", "INFO"};
+constexpr std::array<std::string_view, 4> kSeverityWords = {"CRITICAL", "ERROR", "WARNING", "INFO"};
 
 template <std::size_t N>
 bool IsOneOf(const std::array<std::string_view, N>& words, std::string_view word) {
@@ -107,7 +107,7 @@ std::string OddAlertFlags(const std::string& text) {
 
 std::string BadSeverity(const std::string& text) {
   const std::vector<std::string> words = SplitWords(text);
-  if (words.size() == 1 && IsOneOf(kSeverities, words[0])) return {};
+  if (words.size() == 1 && IsOneOf(kSeverityWords, words[0])) return {};
   return "the severity is one of CRITICAL, ERROR, WARNING, INFO";
 }
 

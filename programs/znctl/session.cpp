@@ -47,11 +47,11 @@ class LocalSession : public Session {
   Database database_;
 };
 
-struct HintRow {
+struct StartHint {
   u32 status;
   const char* hint;
 };
-constexpr HintRow kHints[] = {
+constexpr StartHint kStartHints[] = {
     {ZNE_PROVIDER_GROUP_REG_MISSING,
      "it has no table [ProviderGroup], which must be there and may be empty"},
     {ZNE_PROVIDER_REG_UNREADABLE,
@@ -70,7 +70,7 @@ std::vector<std::string> Hints(u32 status) {
     lines.push_back(fault);
   } else {
     lines.push_back("the settings file is " + file);
-    for (const HintRow& row : kHints) {
+    for (const StartHint& row : kStartHints) {
       if (row.status == status) lines.emplace_back(row.hint);
     }
   }

@@ -13,6 +13,7 @@
 #include "block_devices.h"
 #include "machine.h"
 #include "netlink.h"
+#include "text.h"
 
 namespace hostinv {
 namespace {
@@ -25,10 +26,6 @@ struct UdevDeleter {
 };
 template <typename T>
 using UdevPointer = std::unique_ptr<T, UdevDeleter>;
-
-std::string Text(const char* text) {
-  return text != nullptr ? text : "";
-}
 
 UdevPointer<udev_monitor> MakeMonitor(udev* context) {
   const bool daemonRuns = access("/run/udev/control", F_OK) == 0;

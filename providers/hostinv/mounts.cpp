@@ -9,6 +9,8 @@
 #include <memory>
 #include <string_view>
 
+#include "text.h"
+
 namespace hostinv {
 namespace {
 
@@ -18,10 +20,6 @@ struct TableDeleter {
 struct IteratorDeleter {
   void operator()(libmnt_iter* iterator) const { mnt_free_iter(iterator); }
 };
-
-std::string Text(const char* text) {
-  return text != nullptr ? text : "";
-}
 
 bool IsShown(libmnt_fs* mount, std::string_view type, std::string_view target) {
   constexpr std::array<std::string_view, 3> kGuestTypes = {"overlay", "virtiofs", "vboxsf"};

@@ -21,6 +21,11 @@ std::string ReadValue(const std::string& path);
 // ReadValue as a number, 0 where it is none.
 std::uint64_t ReadNumber(const std::string& path);
 
+// Empty for none.
+inline std::string Text(const char* text) {
+  return text != nullptr ? text : "";
+}
+
 std::string_view Trim(std::string_view text);
 std::vector<std::string_view> SplitLines(std::string_view text);
 // Fields between runs of blanks and tabs.

@@ -5,6 +5,9 @@
 
 namespace zn {
 
+// What one connection may read or drain in one turn before the others have theirs.
+inline constexpr size_t kBytesPerTurn = size_t{4} << 20;
+
 // A caller in UCLSendRcv. Lives on its stack, linked while it waits; fields under lock_.
 struct Connection::Waiter {
   u32 id = 0;

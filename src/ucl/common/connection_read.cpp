@@ -15,8 +15,6 @@ namespace zn {
 namespace {
 
 constexpr size_t kScratchSize = size_t{64} << 10;
-// What one connection may read in one turn before the others have theirs.
-constexpr size_t kBytesPerTurn = size_t{4} << 20;
 
 thread_local std::unique_ptr<u8[]> spareScratch;
 

@@ -14,13 +14,6 @@
 
 namespace zn {
 
-namespace {
-
-// What one connection may drain in one turn before the others have theirs.
-constexpr size_t kBytesPerTurn = size_t{4} << 20;
-
-}  // namespace
-
 // A frame on its way: header, payload, trailer, and how many of its bytes have left.
 struct Connection::Outgoing {
   FrameHeader header;

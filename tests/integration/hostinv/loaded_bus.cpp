@@ -14,7 +14,7 @@ namespace hostinv {
 namespace {
 
 constexpr std::chrono::seconds kPatience(5);
-constexpr char kMark[] = "event.hostinv.test.mark";
+constexpr char kSeenMark[] = "event.hostinv.test.mark";
 
 std::unique_ptr<LoadedBus> theBus;
 
@@ -159,7 +159,7 @@ void LoadedBus::Load(const std::string& values) {
   ZnHandle registration = nullptr;
   status_ = EvRegisterEvent(database_, observer_, "event.keld.dom.object", &registration);
   if (ZN_FAILED(status_)) return;
-  status_ = EvRegisterEvent(database_, observer_, kMark, &registration);
+  status_ = EvRegisterEvent(database_, observer_, kSeenMark, &registration);
 }
 
 void LoadedBus::Stop() {
@@ -169,7 +169,7 @@ void LoadedBus::Stop() {
 u32 LoadedBus::OnEvent(const EventRecord* event) {
   LoadedBus& bus = Get();
   const std::lock_guard lock(bus.mutex_);
-  if (std::strcmp(event->topic, kMark) == 0) {
+  if (std::strcmp(event->topic, kSeenMark) == 0) {
     ++bus.settled_;
   } else if (event->size != sizeof(EventRecord)) {
     const auto* local = reinterpret_cast<const LocalEventRecord*>(event);
@@ -187,7 +187,7 @@ void LoadedBus::Settle() {
   }
   ZnHandle set = nullptr;
   ASSERT_EQ(PsCreatePropset(&set), 0U);
-  ASSERT_EQ(EvRaiseEvent(database_, observer_, kMark, set), 0U);
+  ASSERT_EQ(EvRaiseEvent(database_, observer_, kSeenMark, set), 0U);
   PsDestroyPropset(set);
   std::unique_lock lock(mutex_);
   ASSERT_TRUE(heard_.wait_for(lock, kPatience, [&] { return settled_ != before; }));

@@ -69,9 +69,9 @@ std::string Number(const std::string& name, const std::string& word = "mira_int3
   return "<PROPERTY Name=\"" + name + "\" Type=\"" + word + "\"/>";
 }
 
-std::string Alert(const std::string& topic, const std::string& attributes,
-                  const std::string& message = ";1;'text'",
-                  const std::string& description = ";2;'text'") {
+std::string AlertElement(const std::string& topic, const std::string& attributes,
+                         const std::string& message = ";1;'text'",
+                         const std::string& description = ";2;'text'") {
   return "<ALERT_TYPE Topic=\"" + topic + "\" " + attributes + "><ALERT_PARAM>\n<MSG>" + message +
          "</MSG><F_CLASS_NAME/><F_ALERT_NAME>;3;x</F_ALERT_NAME>\n<DESC>" + description +
          "</DESC><REC_ACTION>;4;x</REC_ACTION><PROPSET/></ALERT_PARAM></ALERT_TYPE>\n";
@@ -83,7 +83,7 @@ TEST(DocumentCheck, FindsNothingInAGoodDocument) {
   EXPECT_THAT(types.faults, IsEmpty());
   EXPECT_EQ(types.objectTypes, 3U);
   EXPECT_EQ(types.alertTypes, 0U);
-  const DocumentReport alerts = Check(Alert("event.alert.a", "Severity=\"INFO\""));
+  const DocumentReport alerts = Check(AlertElement("event.alert.a", "Severity=\"INFO\""));
   EXPECT_THAT(alerts.faults, IsEmpty());
   EXPECT_EQ(alerts.alertTypes, 1U);
 }
@@ -122,7 +122,7 @@ TEST(DocumentCheck, TellsWhatStandsTwice) {
               ElementsAre(Error(5, "duplicate", "the type \"A\" stands already on line 3")));
   EXPECT_THAT(CheckProperty(Number("P") + "\n" + Number("P", "mira_bool")).faults,
               ElementsAre(Error(5, "duplicate", "the property \"P\" stands already on line 4")));
-  const std::string alert = Alert("event.alert.a", "Severity=\"INFO\"");
+  const std::string alert = AlertElement("event.alert.a", "Severity=\"INFO\"");
   EXPECT_THAT(Check(alert + alert).faults,
               ElementsAre(Error(6, "duplicate", "stands already on line 3")));
 }
@@ -249,30 +249,32 @@ TEST(DocumentCheck, TellsOfPropertiesThatDoNotAgree) {
 }
 
 TEST(DocumentCheck, TellsWhatKeepsAnAlertFromBeingPublished) {
-  EXPECT_THAT(Check(Alert("event.*", "Severity=\"INFO\"")).faults,
+  EXPECT_THAT(Check(AlertElement("event.*", "Severity=\"INFO\"")).faults,
               ElementsAre(Error(3, "topic", "\"event.*\" is no topic")));
-  EXPECT_THAT(Check(Alert("", "Severity=\"INFO\"")).faults, ElementsAre(Error(3, "topic", "")));
+  EXPECT_THAT(Check(AlertElement("", "Severity=\"INFO\"")).faults,
+              ElementsAre(Error(3, "topic", "")));
   for (const char* severity : {"", "Severity=\"LOUD\"", "Severity=\"ERROR|INFO\""}) {
-    EXPECT_THAT(Check(Alert("event.a", severity)).faults,
+    EXPECT_THAT(Check(AlertElement("event.a", severity)).faults,
                 ElementsAre(Error(3, "severity", "one of CRITICAL")));
   }
-  EXPECT_THAT(Check(Alert("event.a", "Severity=\"INFO\" Flag=\"ALERT_LOCAL|ALERT_GLOBAL\"")).faults,
-              ElementsAre(Error(3, "flags", "global or local")));
-  EXPECT_THAT(Check(Alert("event.a", "Severity=\"INFO\"", "free text")).faults,
+  EXPECT_THAT(
+      Check(AlertElement("event.a", "Severity=\"INFO\" Flag=\"ALERT_LOCAL|ALERT_GLOBAL\"")).faults,
+      ElementsAre(Error(3, "flags", "global or local")));
+  EXPECT_THAT(Check(AlertElement("event.a", "Severity=\"INFO\"", "free text")).faults,
               ElementsAre(Error(4, "text", "MSG is not of the form")));
-  EXPECT_THAT(Check(Alert("event.a", "Severity=\"INFO\"", ";1;a", ";1;''")).faults,
+  EXPECT_THAT(Check(AlertElement("event.a", "Severity=\"INFO\"", ";1;a", ";1;''")).faults,
               ElementsAre(Error(5, "text", "DESC has no default text")));
-  EXPECT_THAT(Check(Alert("event.a", "Severity=\"INFO\"", ";x;a")).faults,
+  EXPECT_THAT(Check(AlertElement("event.a", "Severity=\"INFO\"", ";x;a")).faults,
               ElementsAre(Error(4, "value", "\";x;a\" is not")));
 }
 
 TEST(DocumentCheck, WarnsOfAnAlertThatGoesFurtherThanItSays) {
-  EXPECT_THAT(Check(Alert("event.a", "Severity=\"INFO\" Flag=\"LOCAL\"")).faults,
+  EXPECT_THAT(Check(AlertElement("event.a", "Severity=\"INFO\" Flag=\"LOCAL\"")).faults,
               ElementsAre(Warning(3, "flags", "becomes global and public")));
 }
 
 TEST(DocumentCheck, TellsThatTypesAndAlertsDoNotGoTogether) {
-  EXPECT_THAT(Check(Type("A") + Alert("event.a", "Severity=\"INFO\"")).faults,
+  EXPECT_THAT(Check(Type("A") + AlertElement("event.a", "Severity=\"INFO\"")).faults,
               ElementsAre(Error(2, "mixed", "stand in one document")));
 }
 

@@ -18,7 +18,7 @@ using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr char kInterface[] = "{51d0c0de-0001-4000-8000-000000000001}";
+constexpr char kTaskInterface[] = "{51d0c0de-0001-4000-8000-000000000001}";
 constexpr char kCleanEnd[] = "shutdown\n";
 
 std::vector<std::string> LinesOf(const std::string& text) {
@@ -115,7 +115,7 @@ TEST_F(Following, SignalsEndAWatchCleanlyWithZero) {
 
 TEST_F(Following, InterruptStopsATaskWith130) {
   Invocation run;
-  run.arguments = {"call", "tray", kInterface, "1", "2", "Steps=100000", "--async"};
+  run.arguments = {"call", "tray", kTaskInterface, "1", "2", "Steps=100000", "--async"};
   run.onTerminal = true;
   run.untilOutput = "  0%";
   run.signal = SIGINT;
@@ -146,7 +146,7 @@ TEST_F(Following, ATerminalGetsColourAndBars) {
   run.onTerminal = true;
   run.arguments = {"tree", "/bench"};
   EXPECT_THAT(place_.Do(run).out, HasSubstr("\033[1;36mbench\033[0m"));
-  run.arguments = {"call", "tray", kInterface, "1", "2", "Steps=20", "--async"};
+  run.arguments = {"call", "tray", kTaskInterface, "1", "2", "Steps=20", "--async"};
   const Finished bar = place_.Do(run);
   EXPECT_THAT(bar.out, HasSubstr("tray ["));
   EXPECT_THAT(bar.out, HasSubstr(" 50%"));

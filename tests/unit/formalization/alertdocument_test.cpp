@@ -11,9 +11,7 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
 
-constexpr char kGuidText[] = "{10203040-5060-7080-0102-030405060708}";
 const auto kDatabase = reinterpret_cast<ZnHandle>(std::uintptr_t{0x4711000});  // handed through
-constexpr GUID kGuid = {0x10203040, 0x5060, 0x7080, {1, 2, 3, 4, 5, 6, 7, 8}};
 
 std::string Text(const char* element, int number, const std::string& text) {
   return std::string("<") + element + ">" + kGuidText + ";" + std::to_string(number) + ";'" + text +

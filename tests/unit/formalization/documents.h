@@ -23,6 +23,10 @@ namespace zn::test {
 inline constexpr char kDoctype[] =
     "<!DOCTYPE MIRA_FORMALIZATION SYSTEM \"mira_formalization.dtd\">\n";
 
+// An id, and how documents write it.
+inline constexpr char kGuidText[] = "{10203040-5060-7080-0102-030405060708}";
+inline constexpr GUID kGuid = {0x10203040, 0x5060, 0x7080, {1, 2, 3, 4, 5, 6, 7, 8}};
+
 // A document with the shipped type around what is to be in the root.
 [[nodiscard]] inline std::string Document(const std::string& content) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + std::string(kDoctype) +

@@ -7,6 +7,7 @@
 
 #include "framework/common/znpropset/propertyset.h"
 #include "support/common/status.h"
+#include "tests/unit/formalization/documents.h"
 #include "tests/unit/framework/trace_capture.h"
 
 namespace zn::test {
@@ -14,8 +15,6 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr char kGuidText[] = "{10203040-5060-7080-0102-030405060708}";
-constexpr GUID kGuid = {0x10203040, 0x5060, 0x7080, {1, 2, 3, 4, 5, 6, 7, 8}};
 constexpr char kScalarEnd[] = "XML : Error in getGetNonPropsetProperty";
 
 Value Read(const char* word, std::string_view text) {

@@ -18,6 +18,7 @@
 #include "support/common/event.h"
 #include "support/common/fastlock.h"
 #include "support/common/handle.h"
+#include "tests/unit/framework/guids.h"
 #include "tests/unit/framework/trace_capture.h"
 #include "zn/ob.h"
 #include "zn/platform.h"
@@ -179,8 +180,3 @@ class BusTest : public testing::Test {
 };
 
 }  // namespace zn::test
-
-// For EXPECT_EQ of ids.
-[[nodiscard]] inline bool operator==(const GUID& a, const GUID& b) {
-  return zn::SameGuid(a, b);
-}

@@ -16,6 +16,7 @@
 #include "framework/common/znwire/messages.h"
 #include "tests/unit/framework/event_fixture.h"
 #include "tests/unit/framework/fixture.h"
+#include "tests/unit/framework/guids.h"
 #include "tests/unit/framework/sets.h"
 #include "tests/unit/framework/trace_capture.h"
 #include "zn/db.h"
@@ -25,10 +26,6 @@
 #include "zn/pr.h"
 #include "zn/ps.h"
 #include "zn/type.h"
-
-[[nodiscard]] inline bool operator==(const GUID& a, const GUID& b) {
-  return zn::SameGuid(a, b);
-}
 
 namespace zn::test {
 

@@ -29,6 +29,13 @@ namespace zn::test {
   return text;
 }
 
+// The properties of a type, of which there is one.
+[[nodiscard]] inline PropertySet Declares(std::string_view name, Value value, u32 flags = 0) {
+  PropertySet set;
+  set.Put(name, std::move(value), flags);
+  return set;
+}
+
 // One change as it waits for the clients.
 struct Told {
   std::string topic;

@@ -85,10 +85,10 @@ MATCHER_P(Is, id, "") {
 }
 
 TEST(PropertyHead, IsTheOneThatAPropertyWrites) {
-  static constexpr auto kHead = wire::HeadOf(ZN_TYPE_OBJECT | ZN_TYPE_ARRAY, "Objects");
+  static constexpr auto kObjectsHead = wire::HeadOf(ZN_TYPE_OBJECT | ZN_TYPE_ARRAY, "Objects");
   BinaryWriter stream;
   stream.WriteUInt32(1);
-  wire::WriteHead(stream, kHead);
+  wire::WriteHead(stream, kObjectsHead);
   wire::CountPlace place(stream);
   place.Set(0);
   PropertySet set;

@@ -12,12 +12,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-PropertySet Declares(std::string_view name, Value value, u32 flags = 0) {
-  PropertySet set;
-  set.Put(name, std::move(value), flags);
-  return set;
-}
-
 class TypeManagerTest : public StoreTest {
  protected:
   TypeManager& Types() { return database_->Types(); }

@@ -12,12 +12,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-PropertySet Declares(std::string_view name, Value value, u32 flags = 0) {
-  PropertySet set;
-  set.Put(name, std::move(value), flags);
-  return set;
-}
-
 class TypeObjectTest : public StoreTest {
  protected:
   // An object with a value of its own for one property.

@@ -14,12 +14,6 @@ using namespace test;
 
 class UclLimits : public UclTest {};
 
-u32 Connections() {
-  UclStatistics statistics{};
-  UCLGetStatistics(&statistics);
-  return statistics.connections;
-}
-
 size_t EntriesOf(const char* folder) {
   size_t count = 0;
   DIR* open = opendir(folder);

@@ -285,6 +285,12 @@ class BareListener {
   u32 port_ = 0;
 };
 
+[[nodiscard]] inline u32 Connections() {
+  UclStatistics statistics{};
+  UCLGetStatistics(&statistics);
+  return statistics.connections;
+}
+
 // The layer, ready; ended with the test.
 class UclTest : public ::testing::Test {
  protected:

@@ -12,12 +12,6 @@ using namespace test;
 
 class UclServer : public UclTest {};
 
-u32 Connections() {
-  UclStatistics statistics{};
-  UCLGetStatistics(&statistics);
-  return statistics.connections;
-}
-
 TEST_F(UclServer, AnswersARequestWithTheStatusOfItsCallback) {
   TestServer server;
   server.recorder.onData = [](const DataCall& call, std::string* answer) {

@@ -8,22 +8,22 @@ namespace zn {
 
 namespace {
 
-struct FlagWord {
+struct WordRow {
   std::string_view word;
   u32 value;
 };
 
-constexpr FlagWord kPropertyFlags[] = {
+constexpr WordRow kPropertyFlags[] = {
     {"Hidden", ZN_PROPERTY_HIDDEN},
     {"NoDisplay", ZN_PROPERTY_NO_DISPLAY},
     {"RemoteOnly", ZN_PROPERTY_REMOTE_ONLY},
     {"Indexed", ZN_PROPERTY_INDEXED},
 };
-constexpr FlagWord kTypeFlags[] = {{"Hidden", OBJECT_HIDDEN}, {"NoDisplay", OBJECT_NODISPLAY}};
+constexpr WordRow kTypeFlags[] = {{"Hidden", OBJECT_HIDDEN}, {"NoDisplay", OBJECT_NODISPLAY}};
 
 template <size_t N>
-const FlagWord* FindWord(const FlagWord (&words)[N], std::string_view word) noexcept {
-  for (const FlagWord& row : words) {
+const WordRow* FindWord(const WordRow (&words)[N], std::string_view word) noexcept {
+  for (const WordRow& row : words) {
     if (row.word == word) return &row;
   }
   return nullptr;
@@ -115,7 +115,7 @@ std::vector<std::string> XmlTokens(std::string_view text, char separator, char q
 u32 PropertyFlagsOf(std::string_view text) {
   u32 sum = 0;
   for (const std::string& word : XmlWords(text)) {
-    const FlagWord* row = FindWord(kPropertyFlags, word);
+    const WordRow* row = FindWord(kPropertyFlags, word);
     if (row == nullptr) return 0;
     sum += row->value;
   }
@@ -123,7 +123,7 @@ u32 PropertyFlagsOf(std::string_view text) {
 }
 
 bool TypeFlagsOf(std::string_view text, u32* out) noexcept {
-  const FlagWord* row = FindWord(kTypeFlags, TrimXmlText(text));
+  const WordRow* row = FindWord(kTypeFlags, TrimXmlText(text));
   if (row == nullptr) return false;
   *out = row->value;
   return true;
