@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <iterator>
 #include <set>
 
@@ -12,6 +13,7 @@
 
 #include "tests/integration/service/raw_client.h"
 #include "tests/integration/service/service_process.h"
+#include "tests/unit/support/refused_calls.h"
 
 namespace zn::test {
 
@@ -50,6 +52,18 @@ TEST(ServiceProgram, EndsWithoutAPortOfItsOwn) {
   ServiceProcess second;
   EXPECT_EQ(second.RunToEnd({"--port", std::to_string(first.Port())}), 1);
   EXPECT_THAT(second.Output(), HasSubstr("Address already in use"));
+}
+
+// The refusal is inherited by the service: its port is free, but nobody can listen on it.
+TEST(ServiceProgram, EndsWhenTheLibraryCannotListenOnThePort) {
+  ServiceProcess service;
+  int code = -1;
+  WithRefusedCalls({SYS_listen}, EADDRINUSE,
+                   [&] { code = service.RunToEnd({"--port", "0", "--foreground"}); });
+  EXPECT_EQ(code, 1);
+  EXPECT_THAT(service.Output(), AllOf(HasSubstr("the start failed: port "),
+                                      HasSubstr(" cannot be opened; the trace tells why")));
+  EXPECT_THAT(service.Output(), Not(HasSubstr("listening on")));
 }
 
 TEST(ServiceProgram, ListensOnTheFreePortThatItTells) {
