@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -44,11 +43,48 @@ namespace {
   return -1;
 }
 
+// 0 for what is no socket of IPv4: a name of another family has something else in that place.
 [[nodiscard]] unsigned PortOf(int fd) {
   sockaddr_in name{};
   socklen_t length = sizeof name;
   if (getsockname(fd, reinterpret_cast<sockaddr*>(&name), &length) != 0) return 0;
-  return ntohs(name.sin_port);
+  return name.sin_family == AF_INET ? ntohs(name.sin_port) : 0;
+}
+
+// 0 where it cannot be told.
+[[nodiscard]] int OptionOf(int fd, int option) {
+  int value = 0;
+  socklen_t length = sizeof value;
+  return getsockopt(fd, SOL_SOCKET, option, &value, &length) == 0 ? value : 0;
+}
+
+// Whether this process has a socket on the port that is of that kind. Where its descriptors cannot
+// be listed nobody knows better, and it is believed to have one.
+template <typename IsWanted>
+[[nodiscard]] bool HasSocketOn(unsigned port, const IsWanted& isWanted) {
+  std::error_code failure;
+  std::filesystem::directory_iterator entry("/proc/self/fd", failure);
+  for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
+    const int fd = std::atoi(entry->path().filename().c_str());
+    if (isWanted(fd) && PortOf(fd) == port) return true;
+  }
+  return static_cast<bool>(failure);
+}
+
+[[nodiscard]] std::string ErrorText(int error) {
+  return std::generic_category().message(error);
+}
+
+// `tried` is what was asked for or, where any would have done, the last one that was given.
+[[nodiscard]] std::string PortFault(const std::string& address, unsigned wanted,
+                                    const std::string& protocol, unsigned tried, int error) {
+  if (wanted != 0) {
+    const std::string name = (address.empty() ? "" : address + ":") + std::to_string(wanted);
+    return protocol + " " + name + ": " + ErrorText(error);
+  }
+  const std::string what = tried == 0 ? "" : protocol + " " + std::to_string(tried) + ": ";
+  return "no free port on " + (address.empty() ? "every address" : address) + ": " + what +
+         ErrorText(error);
 }
 
 // 0 or the error number.
@@ -84,19 +120,21 @@ ReservedPort::ReservedPort(const std::string& address, unsigned port) {
     return;
   }
   for (int i = 0; i < (port == 0 ? kAttempts : 1); ++i) {
-    const std::string name = (address.empty() ? "" : address + ":") + std::to_string(port);
     int error = 0;
     const int fd = Bind(SOCK_STREAM, parsed, port, true, &error);
-    fault_ = "TCP " + name + ": " + std::strerror(error);
-    if (fd < 0) return;
-    error = TryDatagrams(parsed, PortOf(fd));
+    if (fd < 0) {
+      fault_ = PortFault(address, port, "TCP", 0, error);
+      return;
+    }
+    const unsigned given = PortOf(fd);
+    error = TryDatagrams(parsed, given);
     if (error == 0) {
       socket_ = fd;
-      port_ = PortOf(fd);
+      port_ = given;
       fault_.clear();
       return;
     }
-    fault_ = "UDP " + name + ": " + std::strerror(error);
+    fault_ = PortFault(address, port, "UDP", given, error);
     close(fd);
   }
 }
@@ -106,15 +144,11 @@ ReservedPort::~ReservedPort() {
 }
 
 bool ReservedPort::IsListenedOn() const {
-  std::error_code failure;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", failure)) {
-    const int fd = std::atoi(entry.path().filename().c_str());
-    int listens = 0;
-    socklen_t length = sizeof listens;
-    if (getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listens, &length) != 0) continue;
-    if (listens != 0 && PortOf(fd) == port_) return true;
-  }
-  return static_cast<bool>(failure);  // where descriptors cannot be listed, nobody knows better
+  return HasSocketOn(port_, [](int fd) { return OptionOf(fd, SO_ACCEPTCONN) != 0; });
+}
+
+bool ReservedPort::TakesDatagrams() const {
+  return HasSocketOn(port_, [](int fd) { return OptionOf(fd, SO_TYPE) == SOCK_DGRAM; });
 }
 
 }  // namespace zn::svc

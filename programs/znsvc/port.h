@@ -28,8 +28,10 @@ class ReservedPort {
   // An empty text when the port was to be had, else why not.
   [[nodiscard]] const std::string& Fault() const noexcept { return fault_; }
   [[nodiscard]] unsigned Port() const noexcept { return port_; }
-  // Whether this process listens on it.
+  // Whether this process listens on it, and whether it has a socket of UDP there. For a port that
+  // was to be had.
   [[nodiscard]] bool IsListenedOn() const;
+  [[nodiscard]] bool TakesDatagrams() const;
 
  private:
   int socket_ = -1;

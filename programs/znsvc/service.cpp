@@ -128,12 +128,19 @@ int RunService(const Options& options) {
   if (options.acceptAnyPassword) report.Complain("WARNING: any password is accepted");
   const u32 status = InitializeServer(traceFlags, port, 1, options.acceptAnyPassword ? 1 : 0);
   const std::string fault = StartFault(status, *reserved);
+  const bool takesDatagrams = reserved->TakesDatagrams();
   reserved.reset();
   if (!fault.empty()) {
     report.Complain("the start failed: " + fault);
     signals.EndAtOnce();
     static_cast<void>(ShutdownServer());
     return kExitFailed;
+  }
+  // Sessions work without: it is no reason to end.
+  if (!takesDatagrams) {
+    report.Complain(
+        "UDP port " + std::to_string(port) +
+        " cannot be opened, so there is neither discovery nor ping; the trace tells why");
   }
   const std::string place = "listening on " + PlaceText(address, port);
   report.Say(place);

@@ -58,8 +58,9 @@ TEST(ServiceProgram, EndsWithoutAPortOfItsOwn) {
 TEST(ServiceProgram, EndsWhenTheLibraryCannotListenOnThePort) {
   ServiceProcess service;
   int code = -1;
-  WithRefusedCalls({SYS_listen}, EADDRINUSE,
-                   [&] { code = service.RunToEnd({"--port", "0", "--foreground"}); });
+  WithRefusedCalls({SYS_listen}, EADDRINUSE, [&] {
+    code = service.RunToEnd({"--port", "0", "--foreground"});
+  });
   EXPECT_EQ(code, 1);
   EXPECT_THAT(service.Output(), AllOf(HasSubstr("the start failed: port "),
                                       HasSubstr(" cannot be opened; the trace tells why")));
@@ -108,6 +109,7 @@ TEST(ServiceProgram, ListensNowhereWhenItsAddressIsNotOfThisMachine) {
   settings.replace(settings.find("127.0.0.1"), 9, "198.51.100.7");
   WriteFile(service.SettingsFile(), settings);
   EXPECT_EQ(service.RunToEnd({"--port", "0"}), 1);
+  EXPECT_THAT(service.Output(), HasSubstr("no free port on 198.51.100.7: "));
   EXPECT_EQ(service.RunToEnd({"--port", "2148"}), 1);
   EXPECT_THAT(service.Output(), HasSubstr("TCP 198.51.100.7:2148: "));
 }
