@@ -34,8 +34,11 @@ inline CLI::Validator ANumberOfSeconds() {
 // What is wrong with a file that is to be read to its end; empty when nothing is. A pipe or a
 // device might never have one.
 inline std::string FaultOfFile(const std::string& path) {
-  std::error_code ignored;
-  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (status.type() == std::filesystem::file_type::none) {
+    return path + " cannot be read: " + error.message();
+  }
   if (!std::filesystem::exists(status)) return "there is no file " + path;
   if (std::filesystem::is_directory(status)) return path + " is a folder";
   return std::filesystem::is_regular_file(status) ? "" : path + " is not a regular file";

@@ -17,8 +17,10 @@ std::string SettingsFile() {
 }
 
 std::string FaultOfSettingsFile() {
-  std::error_code ignored;
-  const std::filesystem::file_status status = std::filesystem::status(SettingsFile(), ignored);
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(SettingsFile(), error);
+  if (status.type() == std::filesystem::file_type::none)
+    return "it cannot be read: " + error.message();
   if (!std::filesystem::exists(status)) return "there is no such file";
   if (std::filesystem::is_directory(status)) return "it is a folder";
   return std::filesystem::is_regular_file(status) ? "" : "it is not a regular file";

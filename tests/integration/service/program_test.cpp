@@ -130,9 +130,12 @@ TEST(ServiceProgram, TakesNothingButAFileForItsSettingsAndWaitsForNone) {
   ServiceProcess service;
   const std::string pipe = service.Folder() / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::string loop = service.Folder() / "loop";
+  ASSERT_EQ(symlink(loop.c_str(), loop.c_str()), 0);
   const NoSettingsRow rows[] = {{service.Folder() / "nowhere", "there is no such file"},
                                 {service.Folder().Path(), "it is a folder"},
                                 {pipe, "it is not a regular file"},
+                                {loop, "it cannot be read: Too many levels of symbolic links"},
                                 {"/dev/null", "it is not a regular file"}};
   for (const auto& [file, fault] : rows) {
     SCOPED_TRACE(file);

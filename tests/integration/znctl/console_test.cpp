@@ -1,6 +1,7 @@
 // The console end to end: what each verb prints, its JSON, its exit codes and its refusals.
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -528,6 +529,10 @@ TEST_F(Console, TakesNothingButAFileForADocumentAndWaitsForNone) {
   EXPECT_THAT(place_.Znctl({"validate", place_.File("")}).err, HasSubstr(" is a folder"));
   EXPECT_THAT(place_.Znctl({"validate", "/nowhere.xml"}).err,
               HasSubstr("there is no file /nowhere.xml"));
+  const std::string loop = place_.File("loop");  // nobody may know what it leads to
+  std::filesystem::create_symlink(loop, loop);
+  EXPECT_THAT(place_.Znctl({"validate", loop}).err,
+              HasSubstr(loop + " cannot be read: Too many levels of symbolic links"));
 }
 
 TEST_F(Console, ValidatesADocumentWithoutABus) {
