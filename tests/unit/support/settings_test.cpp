@@ -365,11 +365,14 @@ TEST(Settings, AFolderInPlaceOfTheFileFails) {
 TEST(Settings, WhatIsNoFileFailsAtOnceAndIsNotReplaced) {
   const TemporaryTrace trace(6);
   const std::string& path = trace.Settings().File();
+  const Key key(u"Tracing");
+  ASSERT_EQ(key.Status(), 0u);
   ASSERT_EQ(unlink(path.c_str()), 0);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   EXPECT_EQ(HkeyMiraRoot(), nullptr);
   EXPECT_TRUE(trace.Has("Settings: cannot read " + path + ": not a regular file")) << trace.Text();
   EXPECT_NE(ZnGetLastError(), 0u);
+  EXPECT_EQ(SetNumber(key.Get(), u"v", 1), kUnexpected);
   struct stat status {};
   ASSERT_EQ(stat(path.c_str(), &status), 0);
   EXPECT_TRUE(S_ISFIFO(status.st_mode));
