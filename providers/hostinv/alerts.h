@@ -14,8 +14,16 @@
 
 namespace hostinv {
 
-enum class AlertKind { kFileSystemFull, kFileSystemNormal, kLinkLost, kLinkBack, kDiskGone };
-inline constexpr std::size_t kAlertKinds = static_cast<std::size_t>(AlertKind::kDiskGone) + 1;
+// The last one is none, it counts the others.
+enum class AlertKind {
+  kFileSystemFull,
+  kFileSystemNormal,
+  kLinkLost,
+  kLinkBack,
+  kDiskGone,
+  kCount
+};
+inline constexpr std::size_t kAlertKinds = static_cast<std::size_t>(AlertKind::kCount);
 
 struct Occurrence {
   AlertKind kind = AlertKind::kFileSystemFull;
