@@ -4,7 +4,8 @@
  * owner's affair (ObCreateTypeObject for a type, ObPublishAlert for an alert).
  *
  * C++ alone, and only with the headers of Xerces-C 3.2; zn/znmira.h does not include this.
- * zn/formalization_parser.h has the parser that goes with it.
+ * zn/formalization_parser.h has the parser that goes with it; it reads a regular file and nothing
+ * else.
  *
  * Texts come and go as UTF-8. Nothing here takes the lock of the library or looks at a database. A
  * document, a graph or a list of records is used by one thread at a time. Statuses that are not

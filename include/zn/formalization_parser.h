@@ -2,6 +2,7 @@
  * all read with this one. It validates against the document type that the library ships, whose text
  * is in here, and takes the document for hostile:
  *
+ *  - the document is a regular file: a pipe or a device is one that cannot be opened;
  *  - nothing but the document itself is ever opened: no entity, no schema, no address. The document
  *    type comes from memory; any other external entity is a fault;
  *  - entities may be used in small: what one can expand to, how many are expanded, and how much may

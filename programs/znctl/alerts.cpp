@@ -28,8 +28,8 @@ std::string TextOf(const PropertyList& list, const char* name) {
   return text == nullptr ? std::string() : *text;
 }
 
-// The text of an action that must be there and where nothing is to be done, in whatever language it
-// is shown.
+// An alert must have an action; this text (the provider's own, before translation) says that there
+// is none.
 constexpr char kNoAction[] = "None";
 
 bool AsksForAction(const Property* action) {
