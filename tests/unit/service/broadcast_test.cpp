@@ -1,6 +1,8 @@
 // Discovery replies and pings, over a real socket of this machine.
 #include "service/common/broadcast.h"
 
+#include <optional>
+
 #include <gmock/gmock.h>
 
 #include "tests/unit/service/service_fixture.h"
@@ -235,33 +237,36 @@ TEST_F(Listener, AnswersNoDiscoveryItCannotAnswer) {
   }
 }
 
-Gate nameAsked;
+std::optional<Gate> nameAsked;
 bool SaysThatItIsAsked(std::string*) {
-  nameAsked.Open();
+  nameAsked->Open();
   return false;
 }
 TEST_F(Listener, SaysThatItCannotAnswerAPing) {
+  nameAsked.emplace();
   const TraceCapture trace(6);
   WithRefusedCalls({SYS_sendto}, EPERM, [&] { StartListener({SaysThatItIsAsked, LookUpHost}); });
   SendDatagram(kPing);
   SendDatagram(kDiscover);
-  EXPECT_TRUE(nameAsked.Wait()) << "the ping is done with";
+  EXPECT_TRUE(nameAsked->Wait()) << "the ping is done with";
   EXPECT_THAT(trace.Messages(), ElementsAre("Error in sending MiraPing response"));
 }
 
-Gate lookUpEntered;
-Gate lookUpGoesOn;
+std::optional<Gate> lookUpEntered;
+std::optional<Gate> lookUpGoesOn;
 bool Slow(const std::string&, std::string*, std::vector<u32>*) {
-  lookUpEntered.Open();
-  EXPECT_TRUE(lookUpGoesOn.Wait());
+  lookUpEntered->Open();
+  EXPECT_TRUE(lookUpGoesOn->Wait());
   return false;
 }
 TEST_F(Listener, IsNotWaitedForLongerThanTold) {
+  lookUpEntered.emplace();
+  lookUpGoesOn.emplace();
   StartListener({GetLocalHostName, Slow});
   SendDatagram(kDiscover);
-  ASSERT_TRUE(lookUpEntered.Wait());
+  ASSERT_TRUE(lookUpEntered->Wait());
   EXPECT_FALSE(listener_->Stop(10));
-  lookUpGoesOn.Open();
+  lookUpGoesOn->Open();
   EXPECT_TRUE(listener_->Stop(kPatienceMs));
   EXPECT_TRUE(listener_->Stop(kPatienceMs)) << "there is nothing left to stop";
 }

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -21,7 +22,7 @@ namespace zn::test {
 
 // From now on each of the calls answers with that error, on this thread and on those that it
 // starts; there is no way back. False when the host does not allow it.
-[[nodiscard]] inline bool RefuseCalls(const std::vector<u32>& calls, u32 error) {
+[[nodiscard]] inline bool RefuseCalls(std::initializer_list<u32> calls, u32 error) {
   std::vector<sock_filter> filter = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
   for (const u32 call : calls) {
@@ -36,7 +37,7 @@ namespace zn::test {
 
 // Runs the body on a thread of its own that the host refuses these calls.
 template <typename Body>
-void WithRefusedCalls(const std::vector<u32>& calls, u32 error, Body&& body) {
+void WithRefusedCalls(std::initializer_list<u32> calls, u32 error, Body&& body) {
   std::thread([&] {
     if (!RefuseCalls(calls, error)) {
       std::perror("the host does not let a thread refuse itself calls");
@@ -47,6 +48,6 @@ void WithRefusedCalls(const std::vector<u32>& calls, u32 error, Body&& body) {
 }
 
 // What starts a thread.
-inline const std::vector<u32> kThreadCalls = {SYS_clone, SYS_clone3};
+inline constexpr std::initializer_list<u32> kThreadCalls = {SYS_clone, SYS_clone3};
 
 }  // namespace zn::test
