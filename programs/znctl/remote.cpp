@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <system_error>
 #include <vector>
 
 #include "failure.h"
@@ -46,7 +47,10 @@ std::string ReadFirstLine(int descriptor, const std::string& what) {
   while (text.find('\n') == std::string::npos) {
     const ssize_t count = read(descriptor, part.data(), part.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw UsageError(fmt::format("{} cannot be read: {}", what, strerror(errno)));
+    if (count < 0) {
+      throw UsageError(
+          fmt::format("{} cannot be read: {}", what, std::generic_category().message(errno)));
+    }
     if (count == 0) break;
     text.append(part.data(), static_cast<size_t>(count));
   }
@@ -80,7 +84,8 @@ std::string ObtainPassword(const RemoteTarget& target) {
   const int file = open(target.passwordFile.c_str(), O_RDONLY | O_CLOEXEC);
   if (file < 0) {
     throw UsageError(fmt::format("the password file {} cannot be read: {}",
-                                 Printable(target.passwordFile), strerror(errno)));
+                                 Printable(target.passwordFile),
+                                 std::generic_category().message(errno)));
   }
   const std::string password = ReadFirstLine(file, target.passwordFile);
   close(file);

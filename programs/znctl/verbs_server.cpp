@@ -10,12 +10,14 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <set>
+#include <system_error>
 
 #include "console.h"
 #include "failure.h"
@@ -185,7 +187,8 @@ int RunPing(Console& console, const PingArguments& arguments) {
   const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (socket.fd < 0 ||
       connect(socket.fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    throw Failure(ZNE_UNEXPECTED, "cannot reach " + target.Text(), {strerror(errno)});
+    throw Failure(ZNE_UNEXPECTED, "cannot reach " + target.Text(),
+                  {std::generic_category().message(errno)});
   }
   constexpr double kMostSeconds = 86400;
   const int timeoutMs = static_cast<int>(std::min(arguments.seconds, kMostSeconds) * 1000);
@@ -242,7 +245,8 @@ void EnsureWritable(const std::string& path) {
   const bool isThere = stat(path.c_str(), &info) == 0;
   std::FILE* file = std::fopen(path.c_str(), "ab");
   if (file == nullptr) {
-    throw UsageError(fmt::format("{} cannot be written: {}", Printable(path), strerror(errno)));
+    throw UsageError(fmt::format("{} cannot be written: {}", Printable(path),
+                                 std::generic_category().message(errno)));
   }
   std::fclose(file);
   if (!isThere) std::remove(path.c_str());
