@@ -311,10 +311,10 @@ std::vector<ClHostInfo> MatchingHosts(u32 flagMask) {
   return hosts;
 }
 
-void SetDiscoveryTimes(const DiscoveryTimes& times) noexcept {
+void SetDiscoveryTimes(const DiscoveryTimes& newTimes) noexcept {
   DiscoveryState& state = State();
   const MutexLock lock(state.mutex);
-  state.times = times;
+  state.times = newTimes;
 }
 
 }  // namespace zn

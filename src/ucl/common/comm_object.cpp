@@ -63,7 +63,7 @@ u32 Client::Connect(const char* host, u32* address, u32* connectionId) {
     return UCLE_SOCKET_ERROR;
   }
   const auto connection =
-      std::make_shared<Connection>(shared_from_this(), socket, peer, Port(), std::move(dotted));
+      std::make_shared<Connection>(shared_from_this(), socket, peer, std::move(dotted));
   if (!Manager().StartThreads()) {
     ZN_TRACE(6, "Error to clreate client recv data thread, err code = %x\n", ZnGetLastError());
     return UCLE_RECEIVE_THREAD_FAILED;
@@ -169,26 +169,24 @@ AcceptResult Server::AcceptAll() {
   for (int i = 0; i < kAcceptsPerTurn && !stopping_; ++i) {
     u32 socket = kInvalidSocket;
     u32 address = 0;
-    u32 port = 0;
-    const AcceptResult result = AcceptNonBlocking(listener, &socket, &address, &port);
+    const AcceptResult result = AcceptNonBlocking(listener, &socket, &address);
     if (result != AcceptResult::kAccepted) return result;
-    Admit(socket, address, port);
+    Admit(socket, address);
   }
   return AcceptResult::kNone;
 }
 
 // Null, with the socket closed, when memory is short.
-std::shared_ptr<Connection> Server::MakeConnection(u32 socket, u32 address, u32 port) try {
-  return std::make_shared<Connection>(shared_from_this(), socket, address, port,
-                                      AddressText(address));
+std::shared_ptr<Connection> Server::MakeConnection(u32 socket, u32 address) try {
+  return std::make_shared<Connection>(shared_from_this(), socket, address, AddressText(address));
 } catch (const std::bad_alloc&) {
   CloseSocket(socket);
   return nullptr;
 }
 
 // Whatever fails here costs the one connection: accepting goes on.
-void Server::Admit(u32 socket, u32 address, u32 port) {
-  const std::shared_ptr<Connection> connection = MakeConnection(socket, address, port);
+void Server::Admit(u32 socket, u32 address) {
+  const std::shared_ptr<Connection> connection = MakeConnection(socket, address);
   if (connection == nullptr) return;
   if (maxClients_ != 0 && ConnectionCount() >= maxClients_) {
     ZN_TRACE(4, "Connection of %s refused: %u clients are connected\n", connection->Host().c_str(),

@@ -103,8 +103,8 @@ class Server final : public CommObject {
 
  private:
   [[nodiscard]] AcceptResult AcceptAll();
-  [[nodiscard]] std::shared_ptr<Connection> MakeConnection(u32 socket, u32 address, u32 port);
-  void Admit(u32 socket, u32 address, u32 port);
+  [[nodiscard]] std::shared_ptr<Connection> MakeConnection(u32 socket, u32 address);
+  void Admit(u32 socket, u32 address);
   void CloseListener() ZN_REQUIRES(lock_);
 
   const u32 maxClients_;

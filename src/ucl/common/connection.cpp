@@ -37,12 +37,10 @@ bool Connection::IsInOwnCallback(bool ofData) const noexcept {
   return false;
 }
 
-Connection::Connection(std::shared_ptr<CommObject> owner, u32 socket, u32 address, u32 port,
-                       std::string host)
+Connection::Connection(std::shared_ptr<CommObject> owner, u32 socket, u32 address, std::string host)
     : owner_(std::move(owner)),
       socket_(socket),
       address_(address),
-      port_(port),
       id_(owner_->Manager().NextConnectionId()),
       host_(std::move(host)),
       logonDeadline_(LogonDeadline(owner_->Limits())),

@@ -41,8 +41,7 @@ enum class StopCause {
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   // Takes the socket over.
-  Connection(std::shared_ptr<CommObject> owner, u32 socket, u32 address, u32 port,
-             std::string host);
+  Connection(std::shared_ptr<CommObject> owner, u32 socket, u32 address, std::string host);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -143,7 +142,6 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::shared_ptr<CommObject> owner_;
   const u32 socket_;
   const u32 address_;
-  const u32 port_;
   const u32 id_;
   std::string host_;
   const i64 logonDeadline_;  // 0: none

@@ -27,7 +27,7 @@ inline constexpr u32 kInvalidSocket = 0xFFFFFFFFu;
 
 enum class AcceptResult { kAccepted, kNone, kExhausted };
 // kExhausted: the process or the host has no room for another one just now.
-[[nodiscard]] AcceptResult AcceptNonBlocking(u32 listener, u32* socket, u32* address, u32* port);
+[[nodiscard]] AcceptResult AcceptNonBlocking(u32 listener, u32* socket, u32* address);
 
 void SetNoDelay(u32 socket);
 void ShutdownBoth(u32 socket);  // wakes who waits on it

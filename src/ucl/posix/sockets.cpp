@@ -149,7 +149,7 @@ u32 BoundPort(u32 socket) {
   return ntohs(name.sin_port);
 }
 
-AcceptResult AcceptNonBlocking(u32 listener, u32* socket, u32* address, u32* port) {
+AcceptResult AcceptNonBlocking(u32 listener, u32* socket, u32* address) {
   for (;;) {
     sockaddr_in peer{};
     socklen_t size = sizeof(peer);
@@ -157,7 +157,6 @@ AcceptResult AcceptNonBlocking(u32 listener, u32* socket, u32* address, u32* por
     if (fd >= 0) {
       *socket = static_cast<u32>(fd);
       *address = peer.sin_addr.s_addr;
-      *port = ntohs(peer.sin_port);
       return AcceptResult::kAccepted;
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;

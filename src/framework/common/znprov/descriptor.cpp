@@ -103,16 +103,16 @@ u32 SubkeyName(const SettingsKey& key, u32 index, u32 limit, std::u16string* out
 }
 
 std::vector<std::u16string> SplitNames(std::u16string_view list) {
-  std::vector<std::u16string> names;
+  std::vector<std::u16string> result;
   while (!list.empty()) {
     const size_t end = std::min(list.find(u';'), list.size());
     std::u16string_view name = list.substr(0, end);
     list.remove_prefix(std::min(end + 1, list.size()));
     while (!name.empty() && name.front() == u' ') name.remove_prefix(1);
     while (!name.empty() && name.back() == u' ') name.remove_suffix(1);
-    if (!name.empty()) names.emplace_back(name);
+    if (!name.empty()) result.emplace_back(name);
   }
-  return names;
+  return result;
 }
 
 u32 ReadDescriptor(std::u16string_view name, ProviderDescriptor* out) {
