@@ -4,9 +4,9 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
-#include <system_error>
+
+#include "file_fault.h"
 
 namespace zn::ctl {
 
@@ -31,17 +31,9 @@ inline CLI::Validator ANumberOfSeconds() {
       "");
 }
 
-// What is wrong with a file that is to be read to its end; empty when nothing is. A pipe or a
-// device might never have one.
+// What is wrong with a file that the user named; empty when nothing is.
 inline std::string FaultOfFile(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::status(path, error);
-  if (status.type() == std::filesystem::file_type::none) {
-    return path + " cannot be read: " + error.message();
-  }
-  if (!std::filesystem::exists(status)) return "there is no file " + path;
-  if (std::filesystem::is_directory(status)) return path + " is a folder";
-  return std::filesystem::is_regular_file(status) ? "" : path + " is not a regular file";
+  return FaultOfFile(path, path, "there is no file " + path);
 }
 
 inline CLI::Validator ARegularFile() {

@@ -4,10 +4,9 @@
 #include <toml++/toml.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <system_error>
 
 #include "check.h"
+#include "file_fault.h"
 
 namespace zn::svc {
 
@@ -17,13 +16,7 @@ std::string SettingsFile() {
 }
 
 std::string FaultOfSettingsFile() {
-  std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::status(SettingsFile(), error);
-  if (status.type() == std::filesystem::file_type::none)
-    return "it cannot be read: " + error.message();
-  if (!std::filesystem::exists(status)) return "there is no such file";
-  if (std::filesystem::is_directory(status)) return "it is a folder";
-  return std::filesystem::is_regular_file(status) ? "" : "it is not a regular file";
+  return ctl::FaultOfFile(SettingsFile(), "it", "there is no such file");
 }
 
 // From the file itself, where values of every type are to be seen. One that does not parse is the

@@ -122,8 +122,9 @@ void PropertySet::Reserve(u32 capacity) {
   const size_t bytes = capacity * sizeof(Property);
   void* grown = isRoomLent_ ? std::malloc(bytes) : std::realloc(static_cast<void*>(items_), bytes);
   if (grown == nullptr) throw std::bad_alloc();
-  if (isRoomLent_ && count_ > 0)
+  if (isRoomLent_ && count_ > 0) {
     std::memcpy(grown, static_cast<const void*>(items_), count_ * sizeof(Property));
+  }
   items_ = static_cast<Property*>(grown);
   capacity_ = capacity & kCapacityMask;
   isRoomLent_ = false;
