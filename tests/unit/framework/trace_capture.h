@@ -20,6 +20,7 @@ class TraceCapture {
   explicit TraceCapture(int level = 1)
       : path_("/tmp/zn_trace_" + std::to_string(getpid()) + ".log") {
     OpenTrace(path_, {level, 0, true});
+    file_.open(path_);
   }
   ~TraceCapture() {
     ZnTraceClose();
@@ -37,8 +38,9 @@ class TraceCapture {
   [[nodiscard]] std::vector<std::string> Messages() const {
     constexpr std::string_view kMark = " :  ";
     std::vector<std::string> messages;
-    std::ifstream file(path_);
-    for (std::string line; std::getline(file, line);) {
+    file_.clear();
+    file_.seekg(0);
+    for (std::string line; std::getline(file_, line);) {
       const size_t mark = line.find(kMark);
       if (mark != std::string::npos) messages.push_back(line.substr(mark + kMark.size()));
     }
@@ -47,6 +49,7 @@ class TraceCapture {
 
  private:
   std::string path_;
+  mutable std::ifstream file_;  // open throughout: a process out of descriptors can look, too
 };
 
 }  // namespace zn::test
