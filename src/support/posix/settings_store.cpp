@@ -1,7 +1,9 @@
 // The settings file: the document in memory, kept in step with the file that ZN_SETTINGS names,
 // else /etc/znmira/settings.toml. Every call looks whether the file is still the one that was read
 // (path, device, inode, size, times) and reads it again if not, so a change by another process
-// shows at the next call. A write takes a lock file beside the settings, reads the file again,
+// shows at the next call. The times of a file move on with the host's tick, so those of a file that
+// was written just now do not tell it from the next version: until it has aged, its text does. A
+// write takes a lock file beside the settings, reads the file again,
 // applies the change to a copy, writes that to a temporary file, syncs it and renames it over the
 // old one, so that a reader sees the old file or the new one and nothing between. A file that does
 // not parse is traced, fails every call, and is never overwritten.
@@ -12,10 +14,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "support/common/platform.h"
 #include "support/common/status.h"
@@ -29,6 +33,8 @@ namespace {
 
 constexpr char kDefaultFile[] = "/etc/znmira/settings.toml";
 constexpr size_t kMaxFileBytes = size_t{16} << 20;
+// Ten ticks of the slowest clock that a host has.
+constexpr i64 kAgedMs = 100;
 
 std::string SettingsFile() {
   const char* named = std::getenv("ZN_SETTINGS");
@@ -80,6 +86,22 @@ struct FileStamp {
 FileStamp StampOf(const std::string& path) noexcept {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? FileStamp(status) : FileStamp();
+}
+
+i64 ToMs(const timespec& time) noexcept {
+  return i64{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+}
+
+// By the clock that the host stamps files with.
+i64 FileClockMs() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return ToMs(now);
+}
+
+// A change of the file made after that moment shows in its stamp.
+bool HasAged(const FileStamp& stamp, i64 momentMs) noexcept {
+  return !stamp.exists || momentMs - std::max(ToMs(stamp.modified), ToMs(stamp.changed)) > kAgedMs;
 }
 
 // 0, or the errno.
@@ -197,16 +219,27 @@ class SettingsStore {
 
   u32 Refresh(std::vector<Report>* reports) ZN_REQUIRES(mutex_) {
     const std::string path = SettingsFile();
-    if (loaded_ && path == path_ && StampOf(path) == stamp_) return status_;
+    const bool isLoaded = loaded_ && path == path_;
+    if (isLoaded && hasAged_ && StampOf(path) == stamp_) return status_;
+    FileStamp stamp;
+    std::string text;
+    std::vector<Report> told;
+    const i64 beginMs = FileClockMs();
     path_ = path;
+    const u32 status = Read(&stamp, &text, &told);
+    hasAged_ = HasAged(stamp, beginMs);
+    if (isLoaded && stamp.exists && stamp == stamp_ && text == text_) return status_;
+    reports->insert(reports->end(), told.begin(), told.end());
+    stamp_ = stamp;
+    text_ = std::move(text);
     document_ = SettingsDocument();
-    stamp_ = FileStamp();
-    status_ = Load(reports);
+    status_ = ZN_FAILED(status) ? status : Parse(reports);
     loaded_ = true;
     return status_;
   }
 
-  u32 Load(std::vector<Report>* reports) ZN_REQUIRES(mutex_) {
+  // The stamp is that of the text: taken before it was read, so what comes between shows later.
+  u32 Read(FileStamp* stamp, std::string* text, std::vector<Report>* reports) ZN_REQUIRES(mutex_) {
     // Nobody waits here for what a pipe or a terminal may bring one day. Nor is a device taken for
     // a file without content: a write would put a file into its place.
     const Descriptor file(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -214,14 +247,17 @@ class SettingsStore {
     if (file.Bad()) return Failed(errno, "cannot open " + path_, reports);
     struct stat status {};
     if (fstat(file.Get(), &status) != 0) return Failed(errno, "cannot read " + path_, reports);
-    stamp_ = FileStamp(status);
+    *stamp = FileStamp(status);
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return FailedAsNoFile(path_, reports);
-    std::string text;
-    if (const int error = ReadAll(file.Get(), &text); error != 0) {
+    if (const int error = ReadAll(file.Get(), text); error != 0) {
       return Failed(error, "cannot read " + path_, reports);
     }
+    return ZN_OK;
+  }
+
+  u32 Parse(std::vector<Report>* reports) ZN_REQUIRES(mutex_) {
     SettingsError error;
-    if (!document_.Parse(text, &error)) {
+    if (!document_.Parse(text_, &error)) {
       reports->push_back({6, "Settings: " + path_ + ", line " + std::to_string(error.line) +
                                  ", column " + std::to_string(error.column) + ": " + error.text});
       return kSettingRefused;
@@ -258,7 +294,9 @@ class SettingsStore {
       return Failed(error, "cannot write " + file, reports);
     }
     document_ = std::move(next);
+    text_ = text;
     stamp_ = StampOf(path_);
+    hasAged_ = false;
     return ZN_OK;
   }
 
@@ -267,6 +305,8 @@ class SettingsStore {
   u32 status_ ZN_GUARDED_BY(mutex_) = ZN_OK;  // of the last loading
   std::string path_ ZN_GUARDED_BY(mutex_);
   FileStamp stamp_ ZN_GUARDED_BY(mutex_);
+  bool hasAged_ ZN_GUARDED_BY(mutex_) = false;  // the stamp alone tells of the next change
+  std::string text_ ZN_GUARDED_BY(mutex_);
   SettingsDocument document_ ZN_GUARDED_BY(mutex_);
 };
 

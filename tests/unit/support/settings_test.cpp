@@ -346,6 +346,16 @@ TEST(Settings, AFileThatDoesNotParseFailsEverythingAndIsKept) {
   EXPECT_NE(HkeyMiraRoot(), nullptr);
 }
 
+// Two writes within one tick of the host leave a file of the same size, place and times.
+TEST(Settings, AnotherTextOfTheSameSizeShowsAtOnce) {
+  const TemporarySettings settings("[k0]\n");
+  for (int i = 0; i < 100; ++i) {
+    const std::string name = "k" + std::to_string(i % 10);
+    settings.Write("[" + name + "]\n");
+    EXPECT_EQ(Key(std::u16string(name.begin(), name.end()).c_str()).Status(), 0u) << i;
+  }
+}
+
 TEST(Settings, OddValuesAreTold) {
   const TemporaryTrace trace(4);
   trace.Settings().Write("good = 1\n[k]\nodd = 1.5\n");
