@@ -129,7 +129,7 @@ if MountSmall >"$logs/run-mount.log" 2>&1; then
   Show alerts --follow --count 1 --for 30
   wait "$follower"
   follower=
-  umount "$folder"
+  Await 50 umount "$folder" || Fail "$folder cannot be unmounted"  # the provider may just look at it
   mounted=
 else
   echo "(this user may mount nothing here: $logs/run-mount.log; the stop below raises one too)"
@@ -146,7 +146,7 @@ fi
 Title "the service stops, and tells its consoles"
 printf '$ kill %s\n' "$service"
 (
-  sleep 1
+  sleep 2
   kill "$service"
 ) &
 Show alerts --follow event.alert.keld.server --count 1 --for 30

@@ -268,8 +268,9 @@ TEST_F(ClientProcess, SessionsComeAndGoWithoutATrace) {
     ASSERT_EQ(session.LogOn(service_.Port()), ZN_OK);
     ASSERT_THAT(session.Objects("EXAMPLE_Lamp"), SizeIs(2));
   }
-  EXPECT_LE(descriptors(), openBefore);
-  EXPECT_LE(threads(), threadsBefore);
+  // A worker may still hold the last connection; and up to four wait idle for the next one.
+  EXPECT_TRUE(Eventually([&] { return descriptors() <= openBefore; }));
+  EXPECT_TRUE(Eventually([&] { return threads() <= threadsBefore + 4; }));
 }
 
 TEST_F(ClientProcess, TheServerIsFoundAndAnswersPings) {

@@ -273,6 +273,21 @@ TEST_P(RemoteLast, ALossBehindTheLastThatWasAskedForIsNone) {
   EXPECT_EQ(following.Err(), "");
 }
 
+TEST_F(RemoteFollowing, ShowsThatTheServerStops) {
+  Following watch(folder_ / "watch", Words({"watch", "--for", "600"}));
+  ASSERT_TRUE(Until([&] {
+    Switch("Floor lamp", false);
+    Switch("Floor lamp", true);
+    return !watch.Out().empty();
+  }));
+  service_.Signal(SIGTERM);
+  EXPECT_EQ(service_.WaitForEnd(), 0);
+  EXPECT_TRUE(Until([&] {
+    return watch.Out().find("event.alert.keld.server.shutdown") != std::string::npos;
+  })) << watch.Out();
+  EXPECT_EQ(watch.End(), 0);
+}
+
 TEST_F(RemoteFollowing, EndsWhenThePasswordIsRefused) {
   WriteFile(next_.Folder() / "passwords", "root:changed:znsvc\n");
   Following alerts(folder_ / "alerts", Words({"alerts", "--follow", "--for", "120"}));

@@ -86,13 +86,16 @@ ProcessFacts FactsOf(pid_t pid) {
 
 unsigned FreeLoopbackPort() {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  EXPECT_EQ(setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
   sockaddr_in name{};
   name.sin_family = AF_INET;
   name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof name;
   EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&name), sizeof name), 0);
   EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&name), &length), 0);
-  close(fd);
+  // It stays open to the end of the test: a server may listen on the port, and connects are refused
+  // while none does, but the host gives it to nobody else.
   return ntohs(name.sin_port);
 }
 

@@ -76,15 +76,15 @@ bool HasPamFolder(pid_t pid) {
 // the other.
 class StartTurn {
  public:
-  StartTurn() : file_(open("/tmp/zn-test-start.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666)) {
-    static_cast<void>(flock(file_, LOCK_EX));
+  StartTurn() : file_(open(File().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    EXPECT_EQ(flock(file_, LOCK_EX), 0) << File();
   }
   ~StartTurn() { close(file_); }
   StartTurn(const StartTurn&) = delete;
   StartTurn& operator=(const StartTurn&) = delete;
   // Until the process has its folder, prints something or ends.
   static void WaitFor(pid_t pid, int out) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     pollfd printed{out, POLLIN, 0};
     while (!HasPamFolder(pid) && poll(&printed, 1, 2) == 0 &&
            std::chrono::steady_clock::now() < limit) {
@@ -92,6 +92,8 @@ class StartTurn {
   }
 
  private:
+  static std::string File() { return "/tmp/zn-test-start." + std::to_string(getuid()); }
+
   int file_;
 };
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -317,7 +318,10 @@ class WireCapture : public BusTest {
       ASSERT_FALSE(ZN_FAILED(node->SetProperties(file)));
     }
     ASSERT_EQ(ObRegisterInterface(nullptr, kObject, provider_, &kTestInterface), ZN_OK);
-    WriteFile(kFile, "1A = Lamp\n");
+    // Another of these tests may be reading it: it is there whole throughout.
+    const std::string beside = kFile + std::to_string(getpid());
+    WriteFile(beside, "1A = Lamp\n");
+    std::filesystem::rename(beside, kFile);
     script.call = [](const SlotCall& call) -> u32 {
       bool on = call.minorCode != 0;
       char name[] = "On";

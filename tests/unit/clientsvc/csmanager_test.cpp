@@ -142,9 +142,8 @@ TEST_F(Watching, AnswersOfAnotherLengthOrTokenDoNotCount) {
   EXPECT_TRUE(server_.Send(longer, 5, from_.first, from_.second));
   EXPECT_TRUE(server_.Send(longer, 3, from_.first, from_.second));
   clockNow = 301;
-  while (LastResponse(7) != 301) {
-    EXPECT_EQ(LastResponse(7), 100) << "only an answer of its own counts";
-    AnswerPing(7);
+  for (i64 last = 0; (last = LastResponse(7)) != 301; AnswerPing(7)) {
+    EXPECT_EQ(last, 100) << "only an answer of its own counts";
   }
 }
 

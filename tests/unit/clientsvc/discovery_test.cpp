@@ -193,6 +193,16 @@ class Discovering : public testing::Test {
       static_cast<void>(server_.Send("x", 1, address, port));
     }
   }
+  // A pass at once that finds the server. One that missed its reply, on a busy machine, leaves an
+  // empty table: then it is another's turn.
+  static void FindAtOnce() {
+    EXPECT_TRUE(Eventually([] {
+      EXPECT_EQ(ClEnableHostDiscovery(1, 1), ZN_OK);
+      if (!Hosts(0).empty()) return true;
+      EXPECT_EQ(ClDisableHostDiscovery(), ZN_OK);
+      return false;
+    }));
+  }
   static std::vector<std::string> Hosts(u32 mask) {
     u32 count = 99;
     ClHostInfo* hosts = nullptr;
@@ -212,7 +222,7 @@ class Discovering : public testing::Test {
 
 TEST_F(Discovering, APassAtOnceFillsTheTable) {
   SetDiscoveryTimes({3600000, 200});
-  ASSERT_EQ(ClEnableHostDiscovery(1, 1), ZN_OK);
+  FindAtOnce();
   EXPECT_THAT(Hosts(0), SizeIs(1));
   EXPECT_THAT(Hosts(1), IsEmpty()) << "those with flags alone";
 }
@@ -222,7 +232,10 @@ TEST_F(Discovering, TheTableIsReplacedByEachPass) {
   SetDiscoveryTimes({1, 50});
   ASSERT_EQ(ClEnableHostDiscovery(1, 0), ZN_OK);
   EXPECT_EQ(ClEnableHostDiscovery(0, 1), ZN_OK) << "it is enabled: nothing happens";
-  EXPECT_TRUE(Eventually([] { return Hosts(2).size() == 1 && Hosts(2)[0] != "host1"; }));
+  EXPECT_TRUE(Eventually([] {
+    const std::vector<std::string> hosts = Hosts(2);
+    return hosts.size() == 1 && hosts[0] != "host1";
+  }));
   EXPECT_THAT(Hosts(0), IsEmpty());
   EXPECT_THAT(Hosts(1), IsEmpty());
   ClDisableHostDiscovery();
@@ -230,16 +243,19 @@ TEST_F(Discovering, TheTableIsReplacedByEachPass) {
 
 TEST_F(Discovering, StopsWhenItIsDisabledAndGoesOnWhenItIsEnabledAgain) {
   SetDiscoveryTimes({1, 10});
-  ASSERT_EQ(ClEnableHostDiscovery(1, 0), ZN_OK);
-  EXPECT_TRUE(Eventually([this] { return asked_ > 2; }));
-  EXPECT_EQ(ClDisableHostDiscovery(), ZN_OK);
-  EXPECT_EQ(ClDisableHostDiscovery(), ZN_OK);
   EXPECT_TRUE(Eventually([this] {
-    const u32 before = asked_;
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // several passes long
-    return asked_ == before;
-  }));
-  EXPECT_THAT(Hosts(0), SizeIs(1)) << "what was found stays";
+    const u32 already = asked_;
+    EXPECT_EQ(ClEnableHostDiscovery(1, 0), ZN_OK);
+    EXPECT_TRUE(Eventually([&] { return asked_ > already + 2; }));
+    EXPECT_EQ(ClDisableHostDiscovery(), ZN_OK);
+    EXPECT_EQ(ClDisableHostDiscovery(), ZN_OK);
+    EXPECT_TRUE(Eventually([this] {
+      const u32 before = asked_;
+      std::this_thread::sleep_for(std::chrono::milliseconds(150));  // several passes long
+      return asked_ == before;
+    }));
+    return Hosts(0).size() == 1;  // but where the last pass missed its reply
+  })) << "what was found stays";
   const u32 before = asked_;
   ASSERT_EQ(ClEnableHostDiscovery(1, 0), ZN_OK);
   EXPECT_TRUE(Eventually([&] { return asked_ > before; }));
@@ -248,8 +264,7 @@ TEST_F(Discovering, StopsWhenItIsDisabledAndGoesOnWhenItIsEnabledAgain) {
 TEST_F(Discovering, APassThatFailsLeavesTheTable) {
   if (kChecksNeedDescriptors) GTEST_SKIP() << "the sanitizer opens pipes for its own checks";
   SetDiscoveryTimes({3600000, 50});
-  ASSERT_EQ(ClEnableHostDiscovery(1, 1), ZN_OK);
-  ASSERT_THAT(Hosts(0), SizeIs(1));
+  FindAtOnce();
   {
     const FewDescriptors few(0);
     EXPECT_EQ(RunDiscoveryPass(), ZNE_UNEXPECTED);
@@ -273,7 +288,7 @@ TEST_F(Discovering, WhoNeverFallsSilentDoesNotKeepAPassForEver) {
   trickles_ = true;
   SetDiscoveryTimes({3600000, 50});
   const auto start = std::chrono::steady_clock::now();
-  ASSERT_EQ(ClEnableHostDiscovery(1, 1), ZN_OK);
+  FindAtOnce();
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
   trickles_ = false;
   EXPECT_THAT(Hosts(0), SizeIs(1));

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <functional>
+#include <list>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -198,17 +199,18 @@ class FakeServer {
         return;
       }
       const std::lock_guard<std::mutex> lock(mutex_);
-      peers_.emplace_back(fd);
+      const auto peer = peers_.emplace(peers_.end(), fd);
       challenged_ = false;
-      servers_.emplace_back([this, fd] { Serve(fd); });
+      servers_.emplace_back([this, peer] {
+        Serve(*peer);
+        const std::lock_guard<std::mutex> end(mutex_);
+        peers_.erase(peer);
+      });
     }
   }
-  void Serve(int fd) {
-    BarePeer peer(dup(fd));
-    for (;;) {
-      if (!peer.WaitReadable()) break;
-      char first = 0;
-      if (recv(peer.Fd(), &first, 1, MSG_PEEK) <= 0) break;
+  void Serve(const BarePeer& peer) {
+    char first = 0;
+    while (recv(peer.Fd(), &first, 1, MSG_PEEK) > 0) {
       const BarePeer::Frame frame = peer.ReceiveFrame();
       const PropertySet request = SetOf(frame.payload);
       const Value* number = request.FindValue("Message", ZN_TYPE_UINT32);
@@ -253,7 +255,7 @@ class FakeServer {
   std::vector<u32> numbers_;
   std::vector<Credentials> logons_;
   std::string ahead_;
-  std::vector<BarePeer> peers_;
+  std::list<BarePeer> peers_;  // those that are served
   std::vector<std::thread> servers_;
   std::thread acceptor_;
 };

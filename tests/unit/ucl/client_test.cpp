@@ -1,4 +1,6 @@
 // A client against a bare peer that plays the server.
+#include <netinet/tcp.h>
+
 #include "tests/unit/framework/trace_capture.h"
 #include "tests/unit/ucl/peers.h"
 #include "ucl/common/manager.h"
@@ -348,11 +350,12 @@ TEST_F(UclClient, BadHeadMarkerEndsTheConnection) {
 
 TEST_F(UclClient, RefusedConnectionIsASocketError) {
   const TraceCapture trace;
-  u32 port = 0;
-  {
-    const BareListener closed;
-    port = closed.Port();
-  }
+  const int silent = socket(AF_INET, SOCK_STREAM, 0);  // has a port, and does not listen on it
+  sockaddr_in name = LoopbackName();
+  socklen_t size = sizeof(name);
+  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&name), size), 0);
+  getsockname(silent, reinterpret_cast<sockaddr*>(&name), &size);
+  const u32 port = ntohs(name.sin_port);
   u32 handle = 0;
   u32 address = 1;
   u32 id = 2;
@@ -361,6 +364,7 @@ TEST_F(UclClient, RefusedConnectionIsASocketError) {
   EXPECT_TRUE(trace.Has("Socket error when connecting server. err code = 6f"));  // ECONNREFUSED
   EXPECT_EQ(address, 1u);
   EXPECT_EQ(id, 2u);
+  close(silent);
 }
 
 TEST_F(UclClient, PeerThatDoesNotAnswerInTimeIsASocketError) {
@@ -374,6 +378,11 @@ TEST_F(UclClient, PeerThatDoesNotAnswerInTimeIsASocketError) {
     static_cast<void>(
         connect(waiting.back(), reinterpret_cast<const sockaddr*>(&name), sizeof(name)));
   }
+  ASSERT_TRUE(Eventually([&] {
+    tcp_info info{};
+    socklen_t size = sizeof(info);
+    return getsockopt(full, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_unacked > 0;
+  }));
   UclClientOptions options;
   options.connectTimeoutMs = 50;
   u32 handle = 0;

@@ -68,12 +68,16 @@ TEST_F(UclLimits, PeerThatDoesNotLogOnInTimeIsDropped) {
   server.recorder.onData = [&](const DataCall& call, std::string*) {
     return UCLMarkLoggedOn(server.handle, call.address, call.connectionId);
   };
-  const BarePeer logged = BarePeer::ConnectTo(server.port);
-  logged.Send(FrameBytes(2, 1, ""));
-  EXPECT_EQ(logged.ReceiveFrame().status, 0u);
+  BarePeer logged;
+  ASSERT_TRUE(Eventually([&] {  // on a busy machine one may come too late
+    logged = BarePeer::ConnectTo(server.port);
+    logged.Send(FrameBytes(2, 1, ""));
+    return logged.ReceiveFrame().id == 1;
+  }));
+  const size_t late = server.recorder.LostCount();
   const BarePeer silent = BarePeer::ConnectTo(server.port);
   EXPECT_TRUE(silent.IsClosedByPeer());
-  ASSERT_TRUE(server.recorder.WaitForLost(1));
+  ASSERT_TRUE(server.recorder.WaitForLost(late + 1));
   EXPECT_TRUE(trace.Has("Connection of 127.0.0.1 dropped: no logon within 700 ms"));
   logged.Send(FrameBytes(2, 2, ""));
   EXPECT_EQ(logged.ReceiveFrame().id, 2u);
@@ -174,7 +178,8 @@ TEST_F(UclLimits, ThousandConnectsLeaveNothingBehind) {
   const size_t threads = EntriesOf("/proc/self/task");
   cycle(1000);
   EXPECT_TRUE(server.recorder.WaitForLost(1020));
-  EXPECT_LE(EntriesOf("/proc/self/fd"), descriptors);
+  // The last worker lets go of its connection's descriptor behind the telling.
+  EXPECT_TRUE(Eventually([&] { return EntriesOf("/proc/self/fd") <= descriptors; }));
   EXPECT_LE(EntriesOf("/proc/self/task"), threads + 4);
   UclStatistics statistics{};
   UCLGetStatistics(&statistics);
