@@ -14,6 +14,7 @@ namespace hostinv {
 namespace {
 
 constexpr u32 kGerman = 0x407;
+constexpr std::chrono::seconds kPatience(60);
 constexpr char kMark[] = "event.hostinv.test.alertmark";
 
 std::mutex mutex;
@@ -93,13 +94,13 @@ std::vector<HeardAlert> AlertListener::Take() {
   EXPECT_EQ(EvRaiseEvent(theDatabase, theProvider, kMark, set), 0U);
   PsDestroyPropset(set);
   lock.lock();
-  EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(5), [&] { return marks != before; }));
+  EXPECT_TRUE(changed.wait_for(lock, kPatience, [&] { return marks != before; }));
   return std::exchange(heard, {});
 }
 
 std::vector<HeardAlert> AlertListener::WaitFor(std::size_t count) {
   std::unique_lock lock(mutex);
-  changed.wait_for(lock, std::chrono::seconds(5), [&] { return heard.size() >= count; });
+  changed.wait_for(lock, kPatience, [&] { return heard.size() >= count; });
   return std::exchange(heard, {});
 }
 

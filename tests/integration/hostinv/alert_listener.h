@@ -21,7 +21,7 @@ class AlertListener {
   static void Start(ZnHandle database);
   // The alerts heard since the last call, all those raised before it among them.
   static std::vector<HeardAlert> Take();
-  // The same, waiting for at least so many, five seconds at most.
+  // The same, waiting for at least so many, a minute at most.
   static std::vector<HeardAlert> WaitFor(std::size_t count);
 };
 

@@ -10,6 +10,11 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include "checksum.h"
@@ -138,22 +143,59 @@ TEST_F(LiveBus, FollowsAnInterfaceFromItsComingToItsGoing) {
   EXPECT_FALSE(ObExists(bus_.Database(), id));
 }
 
+// A folder mounted onto itself, until the end of the scope. Onto itself, so that whoever removes
+// the folder while it is mounted removes nothing else.
+class BoundFolder {
+ public:
+  explicit BoundFolder(const std::string& path)
+      : path_(path),
+        isMounted_(mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0) {}
+  ~BoundFolder() {
+    if (isMounted_) umount2(path_.c_str(), MNT_DETACH);
+  }
+  BoundFolder(const BoundFolder&) = delete;
+  BoundFolder& operator=(const BoundFolder&) = delete;
+
+  bool IsMounted() const { return isMounted_; }
+  // The mount is busy for as long as the provider asks it for its size.
+  bool Unmount() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (umount(path_.c_str()) != 0) {
+      if (errno != EBUSY || std::chrono::steady_clock::now() > end) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    isMounted_ = false;
+    return true;
+  }
+
+ private:
+  std::string path_;
+  bool isMounted_;
+};
+
+// The key of the file system that holds a folder.
+std::string HolderOf(const LoadedBus& bus, std::filesystem::path path) {
+  while (path != "/" && IsZero(bus.Find("fs:" + path.string()))) path = path.parent_path();
+  return "fs:" + path.string();
+}
+
 TEST_F(LiveBus, FollowsAMountFromItsComingToItsGoing) {
   if (!ownMounts) GTEST_SKIP() << "a mount namespace is not permitted here";
   const TemporaryFolder folder;
+  if (folder.IsInMemory()) GTEST_SKIP() << "the temporary folder is in memory: it is not shown";
   folder.Write("a folder é/file", "");
   const std::string target = folder.Path() + "/a folder é";
+  const std::string holder = HolderOf(bus_, folder.Path());
   bus_.ForgetEvents();
-  if (mount("/", target.c_str(), nullptr, MS_BIND | MS_RDONLY, nullptr) != 0) {
-    GTEST_SKIP() << "mounting is not permitted here";
-  }
+  BoundFolder bound(target);
+  if (!bound.IsMounted()) GTEST_SKIP() << "mounting is not permitted here";
   ASSERT_TRUE(bus_.WaitUntil([&] { return !IsZero(bus_.Find("fs:" + target)); }));
   const ObjectId id = bus_.Find("fs:" + target);
   EXPECT_TRUE(bus_.WaitForEvent(id, ".object.add."));
   EXPECT_EQ(bus_.Get(id, "MountPoint"), Value(target));
-  EXPECT_EQ(bus_.Get(id, "Size"), bus_.Get("fs:/", "Size"));
-  EXPECT_EQ(bus_.Get(id, "Device"), bus_.Get("fs:/", "Device"));
-  ASSERT_EQ(umount(target.c_str()), 0);
+  EXPECT_EQ(bus_.Get(id, "Size"), bus_.Get(holder, "Size"));
+  EXPECT_EQ(bus_.Get(id, "Device"), bus_.Get(holder, "Device"));
+  ASSERT_TRUE(bound.Unmount());
   EXPECT_TRUE(bus_.WaitForEvent(id, ".object.delete."));
   EXPECT_TRUE(IsZero(bus_.Find("fs:" + target)));
 }

@@ -13,7 +13,7 @@
 namespace hostinv {
 namespace {
 
-constexpr std::chrono::seconds kPatience(5);
+constexpr std::chrono::seconds kPatience(60);
 constexpr char kSeenMark[] = "event.hostinv.test.mark";
 
 std::unique_ptr<LoadedBus> theBus;
@@ -219,14 +219,16 @@ bool LoadedBus::WaitForEvent(const ObjectId& object, const std::string& change) 
 
 bool LoadedBus::WaitUntil(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
+  while (true) {
     std::unique_lock lock(mutex_);
-    const std::size_t count = events_.size();
+    const std::size_t count = events_.size();  // before asking: an event during it asks again
+    lock.unlock();
+    if (condition()) return true;
+    lock.lock();
     const bool more = heard_.wait_until(lock, end, [&] { return events_.size() != count; });
     lock.unlock();
     if (!more) return condition();
   }
-  return true;
 }
 
 ObjectId LoadedBus::Find(const std::string& key) const {

@@ -50,9 +50,9 @@ class LoadedBus {
   void ForgetEvents();
   // The events raised since, in order.
   std::vector<HeardEvent> Events();
-  // True once an event of the object with `change` in its topic was heard, within five seconds.
+  // True once an event of the object with `change` in its topic was heard, within a minute.
   bool WaitForEvent(const ObjectId& object, const std::string& change);
-  // Waits until `condition` holds, asking at each event, for five seconds at most.
+  // Waits until `condition` holds, asking at each event, for a minute at most.
   bool WaitUntil(const std::function<bool()>& condition);
 
  private:

@@ -1,7 +1,9 @@
 // A folder of a test's own, removed with everything in it at the end.
 #pragma once
 
+#include <linux/magic.h>
 #include <stdlib.h>
+#include <sys/vfs.h>
 
 #include <filesystem>
 #include <fstream>
@@ -25,6 +27,13 @@ class TemporaryFolder {
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
   const std::string& Path() const { return path_; }
+
+  // True where the folder lies in a file system in memory: a mount of such a one is not shown.
+  bool IsInMemory() const {
+    struct statfs usage {};
+    if (statfs(path_.c_str(), &usage) != 0) return false;
+    return usage.f_type == TMPFS_MAGIC || usage.f_type == static_cast<long>(RAMFS_MAGIC);
+  }
 
   // Writes a file, its folders included; `name` is relative.
   void Write(const std::string& name, const std::string& text) const {
