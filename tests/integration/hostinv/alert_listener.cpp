@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "patience.h"
 #include "text.h"
 #include "zn/znmira.h"
 
@@ -14,7 +15,6 @@ namespace hostinv {
 namespace {
 
 constexpr u32 kGerman = 0x407;
-constexpr std::chrono::seconds kPatience(60);
 constexpr char kMark[] = "event.hostinv.test.alertmark";
 
 std::mutex mutex;

@@ -19,6 +19,7 @@
 
 #include "checksum.h"
 #include "loaded_bus.h"
+#include "patience.h"
 
 namespace hostinv {
 namespace {
@@ -159,7 +160,7 @@ class BoundFolder {
   bool IsMounted() const { return isMounted_; }
   // The mount is busy for as long as the provider asks it for its size.
   bool Unmount() {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     while (umount(path_.c_str()) != 0) {
       if (errno != EBUSY || std::chrono::steady_clock::now() > end) return false;
       std::this_thread::sleep_for(std::chrono::milliseconds(5));

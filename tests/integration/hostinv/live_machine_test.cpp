@@ -21,6 +21,7 @@
 
 #include "inventory.h"
 #include "machine.h"
+#include "patience.h"
 #include "temporary_folder.h"
 
 namespace hostinv {
@@ -40,7 +41,7 @@ template <typename Condition>
 bool WaitForChange(Machine* machine, Parts wanted, Condition&& isShown) {
   std::vector<pollfd> descriptors;
   for (const Watch& watch : machine->Watches()) descriptors.push_back({watch.fd, watch.events, 0});
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  const auto end = std::chrono::steady_clock::now() + kPatience;
   while (std::chrono::steady_clock::now() < end) {
     const int ready = poll(descriptors.data(), descriptors.size(), 1000);
     if (ready < 0 && errno != EINTR) return false;

@@ -8,12 +8,12 @@
 #include <gtest/gtest.h>
 
 #include "expected_types.h"
+#include "patience.h"
 #include "text.h"
 
 namespace hostinv {
 namespace {
 
-constexpr std::chrono::seconds kPatience(60);
 constexpr char kSeenMark[] = "event.hostinv.test.mark";
 
 std::unique_ptr<LoadedBus> theBus;
