@@ -3,10 +3,10 @@
 // (path, device, inode, size, times) and reads it again if not, so a change by another process
 // shows at the next call. The times of a file move on with the host's tick, so those of a file that
 // was written just now do not tell it from the next version: until it has aged, its text does. A
-// write takes a lock file beside the settings, reads the file again,
-// applies the change to a copy, writes that to a temporary file, syncs it and renames it over the
-// old one, so that a reader sees the old file or the new one and nothing between. A file that does
-// not parse is traced, fails every call, and is never overwritten.
+// write takes a lock file beside the settings, reads the file again, applies the change to a copy,
+// writes that to a temporary file, syncs it and renames it over the old one, so that a reader sees
+// the old file or the new one and nothing between. A file that does not parse is traced, fails
+// every call, and is never overwritten.
 #include "support/common/settings_store.h"
 
 #include <fcntl.h>

@@ -40,12 +40,6 @@ template <typename T>
   return IsFullSize() ? full : shortForm;
 }
 
-// The bound of what takes milliseconds. In a suite, where processes may get no turn for a second,
-// it is still below what a fault costs: the waits that it tells from are five seconds and longer.
-[[nodiscard]] inline double PromptMs() {
-  return Sized(4000.0, 1000.0) * kSlowness;
-}
-
 // A line of the report: what was measured, by the name of the running test.
 __attribute__((format(printf, 1, 2))) void Measured(const char* format, ...);
 

@@ -351,11 +351,7 @@ TEST_F(UclClient, BadHeadMarkerEndsTheConnection) {
 TEST_F(UclClient, RefusedConnectionIsASocketError) {
   const TraceCapture trace;
   const int silent = socket(AF_INET, SOCK_STREAM, 0);  // has a port, and does not listen on it
-  sockaddr_in name = LoopbackName();
-  socklen_t size = sizeof(name);
-  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&name), size), 0);
-  getsockname(silent, reinterpret_cast<sockaddr*>(&name), &size);
-  const u32 port = ntohs(name.sin_port);
+  const u32 port = BindToLoopback(silent);
   u32 handle = 0;
   u32 address = 1;
   u32 id = 2;

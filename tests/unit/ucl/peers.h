@@ -51,14 +51,20 @@ inline void ConnectToLoopback(int fd, u32 port) {
   EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&name), sizeof(name)), 0);
 }
 
-// Listens on a free port of the loopback: the port.
-[[nodiscard]] inline u32 ListenOnLoopback(int fd, int backlog = 100) {
+// Takes a free port of the loopback: the port.
+[[nodiscard]] inline u32 BindToLoopback(int fd) {
   sockaddr_in name = LoopbackName();
   socklen_t size = sizeof(name);
   EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&name), size), 0);
-  EXPECT_EQ(listen(fd, backlog), 0);
   getsockname(fd, reinterpret_cast<sockaddr*>(&name), &size);
   return ntohs(name.sin_port);
+}
+
+// The same, and listens on it.
+[[nodiscard]] inline u32 ListenOnLoopback(int fd, int backlog = 100) {
+  const u32 port = BindToLoopback(fd);
+  EXPECT_EQ(listen(fd, backlog), 0);
+  return port;
 }
 
 // A flag to wait for.
